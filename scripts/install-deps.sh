@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what the build and the tests need on a Debian 12 machine, only when it is missing.
+# Safe to run any number of times.
+set -euo pipefail
+
+need=()
+command -v cmake      >/dev/null 2>&1 || need+=(cmake)
+command -v g++        >/dev/null 2>&1 || need+=(g++)
+command -v make       >/dev/null 2>&1 || need+=(make)
+command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
+pkg-config --exists jsoncpp 2>/dev/null  || need+=(libjsoncpp-dev)
+[ -f /usr/include/gtest/gtest.h ]        || need+=(libgtest-dev)
+
+if [ ${#need[@]} -eq 0 ]; then
+  exit 0
+fi
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+  SUDO="sudo"
+fi
+echo "install-deps: installing ${need[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${need[@]}"
