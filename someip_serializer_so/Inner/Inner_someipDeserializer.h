@@ -40,6 +40,25 @@ public:
     uint32_t deserialize_basic(ZQSomeIPPayloadDeserializerGeneral* r, Json::Value& param, uint32_t& remaining);
 
 private:
+    // The four container walkers share one element step; which one runs decides the names in the
+    // messages and where an array's description is found.
+    enum class Walker { Main, Struct, Array, Vector };
+    static const char* walkerName(Walker walker);
+
+    uint32_t deserialize_element(ZQSomeIPPayloadDeserializerGeneral* r, Json::Value& p, uint32_t& remaining,
+                                 Walker walker);
+    // Members of the top level or of a struct, in iteration order.
+    uint32_t deserialize_members(ZQSomeIPPayloadDeserializerGeneral* r, Json::Value& params, uint32_t& remaining,
+                                 Walker walker);
+    // Takes the vector's block from `r` and decodes it with an engine of its own.
+    uint32_t deserialize_vector_content(ZQSomeIPPayloadDeserializerGeneral* r, Json::Value& p, uint32_t& remaining,
+                                        Walker walker);
+    // Rebuilds container["SubParams"] as one filled, numbered copy of its first entry per element read,
+    // until `done()` says stop (checked after each element).
+    template <typename Done>
+    uint32_t expandElements(ZQSomeIPPayloadDeserializerGeneral* r, Json::Value& container, uint32_t& remaining,
+                            Walker walker, int& read, Done done);
+
     std::unique_ptr<ZQSomeIPPayloadDeserializerGeneral> engine;
     ZQSomeIPExtendAttr extend_attr;
 };

@@ -40,6 +40,14 @@ public:
                                  unsigned int& nesting);
 
 private:
+    // The element dispatch shared by the four walkers; `walker` names the caller in its messages.
+    unsigned int serialize_element(ZQSomeIPPayloadSerializerGeneral* writer, Json::Value& element,
+                                   unsigned int& nesting, const char* walker);
+    // Dispatches every element of `list` in iteration order and stops at the first failure;
+    // `elementCount`, if given, counts every element attempted.
+    unsigned int serialize_elements(ZQSomeIPPayloadSerializerGeneral* writer, Json::Value& list,
+                                    unsigned int& nesting, const char* walker, unsigned int* elementCount);
+
     std::unique_ptr<ZQSomeIPPayloadSerializerGeneral> engine;
     ZQSomeIPExtendAttr extend_attr;
 };
