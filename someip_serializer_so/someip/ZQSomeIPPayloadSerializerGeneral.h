@@ -73,6 +73,14 @@ public:
     uint32_t write_union_padding(const ZQSomeIPInternalAttr* frame);
 
 private:
+    // Shared paths of the typed writes: one byte (no byte order), a converted number, a container begin.
+    uint32_t write_byte(unsigned char value, const ZQSomeIPExtendAttr* attr);
+    template <typename Wire, typename Convert>
+    uint32_t write_number(Wire value, const ZQSomeIPExtendAttr* attr, Convert convert);
+    uint32_t place_value(const unsigned char* bytes, uint32_t len, const ZQSomeIPInternalAttr& a);
+    uint32_t begin_container(uint32_t type, const ZQSomeIPExtendAttr* attr, unsigned int selector);
+    uint32_t fail(uint32_t code);  // stores and returns a non-zero result
+
     uint32_t write_string(const std::string& text, const ZQSomeIPInternalAttr& a, bool dynamic);
     void write_payload(const unsigned char* bytes, uint32_t len);
     void update_payload(uint32_t index, const unsigned char* bytes, uint32_t len);
