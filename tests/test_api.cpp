@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ZQSomeIPParserAPI.h"
+#include "conv_test_support.h"
+
+using namespace convtest;
+
+namespace {
+
+const int kNavigation = 0x1234;  // little endian, 16-bit length fields, 32-bit alignment, UTF-8
+const int kMedia = 0x1235;       // big endian, 32-bit length fields, 64-bit alignment, UTF-16
+const int kDiagnostics = 0x1236; // big endian, from the file-wide attributes
+
+class ApiTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(api.loadFormatJson(SOMEIP_EXAMPLES_DIR), 0); }
+
+    std::string encode(int service, int method, int type, std::string json, int expected = 0)
+    {
+        std::vector<unsigned char> payload = {0xAA};
+        EXPECT_EQ(api.serializebyMethodID(service, method, type, json, payload), expected);
+        return hex(payload);
+    }
+    Json::Value decode(int service, int method, int type, const char* payloadHex, int expected = 0)
+    {
+        std::vector<unsigned char> payload = bytes(payloadHex);
+        std::string json;
+        EXPECT_EQ(api.deserializebyMethodID(service, method, type, payload, json), expected);
+        return parse(json);
+    }
+
+    ZQSomeIP::ZQSomeIPParserAPI api;
+};
+
+} // namespace
+
+TEST_F(ApiTest, SerializesSelfDescribingListToExactBytes)
+{
+    // A top-level string always gets a 4-byte length field; inside containers the format's sizes apply.
+    EXPECT_EQ(encode(kNavigation, 1, 0, R"([{"ParamType":"STRING","Value":"Home"},
+        {"ParamType":"STRUCTURE","SubParams":[{"ParamType":"double","Value":"1.5"},{"ParamType":"double","Value":"-2"}]},
+        {"ParamType":"uint8_t","Value":"2"}])"),
+              "08000000efbbbf486f6d6500" "1000" "000000000000f83f" "00000000000000c0" "02");
+}
+
+TEST_F(ApiTest, DeserializesToFilledDocument)
+{
+    const Json::Value track = decode(kMedia, 1, 0x80,
+                                     "00000008 feff 0048 0069 0000  00000004 feff 0000  0000ea60  00000008 04 00000003 010203");
+    EXPECT_EQ(at(track, "0/Value"), "Hi");
+    EXPECT_EQ(at(track, "1/Value"), "");
+    EXPECT_EQ(at(track, "2/Value"), "60000");
+    EXPECT_EQ(at(track, "3/SubParams/0/Value"), "4");
+    EXPECT_EQ(at(track, "3/SubParams/1/Value"), "3");
+    EXPECT_EQ(at(track, "3/SubParams/1/SubParams/2/ParamName"), "scores_2");
+    EXPECT_EQ(at(track, "3/SubParams/1/SubParams/2/Value"), "3");
+
+    // Top-level array in the nested form: elements are named after the nested "ParamName".
+    const Json::Value bands = decode(kMedia, 2, 0x81, "00000005 01 ff 02 fe 00");
+    EXPECT_EQ(at(bands, "0/SubParams/SubParams/1/Value"), "-1");
+    EXPECT_EQ(at(bands, "0/SubParams/SubParams/4/ParamName"), "band_4");
+    EXPECT_EQ(bands[0]["SubParams"]["SubParams"].size(), 5u);
+}
+
+TEST_F(ApiTest, FailuresHandOutPartialResults)
+{
+    LogCapture log;
+    const Json::Value route = decode(kNavigation, 2, 0x80, "07000000 1400 0800 6400", -1);
+    EXPECT_EQ(at(route, "0/Value"), "7");
+    EXPECT_TRUE(log.has("deserialize_vector() struct_data_begin failed *****"));
+    EXPECT_TRUE(log.has("deserialize_main() exit with Error occurred *****"));
+    EXPECT_EQ(encode(kNavigation, 2, 0, R"([{"ParamType":"uint32_t","Value":"7"},{"ParamType":"nope"}])", -1), "07000000");
+}
+
+TEST_F(ApiTest, ConverterIsRearmedForEveryMethod)
+{
+    const std::string json = R"([{"ParamType":"uint32_t","Value":"16909060"}])";
+    EXPECT_EQ(encode(kNavigation, 2, 0, json), "04030201");
+    EXPECT_EQ(encode(kDiagnostics, 0x8001, 2, json), "01020304");
+    EXPECT_EQ(encode(kNavigation, 2, 0, json), "04030201");
+    EXPECT_EQ(at(decode(kDiagnostics, 0x8001, 2, "01020304 00 04efbbbf00"), "0/Value"), "16909060");
+    EXPECT_EQ(at(decode(kNavigation, 2, 0, "01020304"), "0/Value"), "67305985");
+}
+
+TEST_F(ApiTest, FacadeLinesAndUnknownMethods)
+{
+    LogCapture log;
+    std::string format = "old";
+    EXPECT_EQ(api.getMethodFormatbyID(kNavigation, 5, 0, format), -1);
+    EXPECT_EQ(format, "old");
+    EXPECT_TRUE(log.has("  getMethodFormatbyID() Start. serviceID:[5], methodID:[5], messageType:[0]"));
+    EXPECT_TRUE(log.has("  getMethodFormatbyID() End. serviceID:[5], methodID:[5], messageType:[0]:"));
+    EXPECT_TRUE(log.has("  result json:[old]"));
+
+    EXPECT_EQ(encode(kNavigation, 99, 0, "[1]", -1), "aa");
+    EXPECT_TRUE(log.has("  ***** serializebyMethodID() End : Find Format Failed *****"));
+    EXPECT_TRUE(log.has("  serializebyMethodID() Start. serviceID:[99], methodID:[99], messageType:[0]"));
+    EXPECT_TRUE(log.has("  serializebyMethodID() End"));
+    EXPECT_TRUE(log.has("  result json:[[1]]"));
+
+    std::vector<unsigned char> payload = {1};
+    std::string json = "keep";
+    EXPECT_EQ(api.deserializebyMethodID(kNavigation, 99, 0x80, payload, json), -1);
+    EXPECT_EQ(json, "keep");
+    EXPECT_TRUE(log.has("  deserializebyMethodID() Start. serviceID:[99], methodID:[99], messageType:[128], jsonStr:[keep]"));
+    EXPECT_TRUE(log.has("  ***** deserializebyMethodID() End : Find Format Failed *****"));
+    EXPECT_TRUE(log.has("  deserializebyMethodID() End"));
+    EXPECT_FALSE(log.has("setExtendAttr() : ZQSomeIPExtendAttr updated!!! *****"));  // no converter was made
+}
