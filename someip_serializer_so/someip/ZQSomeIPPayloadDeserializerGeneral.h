@@ -87,6 +87,16 @@ public:
     uint32_t get_size() const { return m_size; }
 
 private:
+    // The reader's default attributes, with the byte order currently set and zero counters.
+    ZQSomeIPExtendAttr own_attr() const;
+    // Shared step of the primitive reads: checks, alignment skip and the raw (unconverted) bytes; on
+    // success also hands back the byte order the value is to be converted from.
+    template <typename U>
+    uint32_t read_raw(U& raw, const ZQSomeIPExtendAttr* attr, uint32_t& byte_order);
+    // Shared step of the four begin calls; `union_type` receives a union's type field.
+    uint32_t begin_container(uint32_t type, const ZQSomeIPExtendAttr* attr, uint32_t* union_type);
+    template <typename B>
+    uint32_t read_block_into(std::vector<B>& out, uint32_t len, const ZQSomeIPExtendAttr* attr);
     uint32_t read_string(std::string& out, uint32_t len, ZQSomeIPInternalAttr& a, bool dynamic);
 
     // Default attributes, taken from the construction record.
