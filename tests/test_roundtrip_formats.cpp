@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Inner/Inner_someipDeserializer.h"
+#include "Inner/Inner_someipSerializer.h"
 #include "ZQSomeIPParserAPI.h"
 #include "conv_test_support.h"
 
@@ -243,4 +245,48 @@ TEST_F(RoundTrip, TopLevelNestedArrayDoesNotEncode)
     ASSERT_EQ(api.deserializebyMethodID(0x1235, 2, 0x80, payload, json), 0);
     std::vector<unsigned char> again;
     EXPECT_THROW(api.serializebyMethodID(0x1235, 2, 0x80, json, again), Json::LogicError);
+}
+
+// What each direction does with the two array forms in each place. "Value" "3" in the nested form
+// inside a vector is ignored by the decoder, which reads one element per member of the nested object.
+TEST(RoundTripArrayShapes, EachDirectionTakesItsOwnForm)
+{
+    const std::string flat = R"({"ParamName":"a","ParamType":"ARRAY","Value":"2","SubParams":[{"ParamType":"uint8_t","Value":"1"}]})";
+    const std::string nested = R"({"ParamName":"a","ParamType":"ARRAY","Value":"3",
+        "SubParams":{"ParamName":"e","SubParams":[{"ParamType":"uint8_t","Value":"1"}]}})";
+    struct Shape {
+        std::string where;
+        std::string list;
+        const char* payload;
+        bool encodes, decodes;
+    };
+    const Shape shapes[] = {
+        {"top level, flat", "[" + flat + "]", "00000002 0101", true, false},
+        {"top level, nested", "[" + nested + "]", "00000003 010101", false, true},
+        {"in a struct, flat", R"([{"ParamType":"STRUCTURE","SubParams":[)" + flat + "]}]", "00000006 00000002 0101", true, true},
+        {"in a struct, nested", R"([{"ParamType":"STRUCTURE","SubParams":[)" + nested + "]}]", "00000007 00000003 010101", false, false},
+        {"in a vector, flat", R"([{"ParamType":"VECTOR","SubParams":[)" + flat + "]}]", "00000006 00000002 0101", true, false},
+        {"in a vector, nested", R"([{"ParamType":"VECTOR","SubParams":[)" + nested + "]}]", "00000006 00000002 0101", false, true},
+    };
+    ZQSomeIPExtendAttr attr;
+    attr.byte_order = 0;
+    ZQSomeIP::Inner_someipSerializer serializer(attr);
+    ZQSomeIP::Inner_someipDeserializer deserializer(attr);
+    for (const Shape& s : shapes) {
+        SCOPED_TRACE(s.where);
+        std::string list = s.list;
+        std::string json;
+        std::vector<unsigned char> payload;
+        if (s.encodes) {
+            EXPECT_EQ(serializer.serialize(payload, list, json), 0);
+        } else {
+            EXPECT_THROW(serializer.serialize(payload, list, json), Json::LogicError);
+        }
+        payload = bytes(s.payload);
+        if (s.decodes) {
+            EXPECT_EQ(deserializer.deserialize(payload, json, list), 0);
+        } else {
+            EXPECT_THROW(deserializer.deserialize(payload, json, list), Json::LogicError);
+        }
+    }
 }
