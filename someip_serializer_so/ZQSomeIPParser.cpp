@@ -52,7 +52,8 @@ int ZQSomeIPParser::getMethodFormatbyIDWithAttr(int serviceID, int methodID, int
                                                 ZQSomeIPExtendAttr& attr)
 {
     if (!analyzer) {
-        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** getMethodFormatbyIDWithAttr() error : ZQSomeIPFormatAnalyzer is NULL!!! *****");
+        ZQ_SOMEIP_LOGE(
+            " [%s][%d][%s]  ***** getMethodFormatbyIDWithAttr() error : ZQSomeIPFormatAnalyzer is NULL!!! *****");
         return -1;
     }
     return analyzer->getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);

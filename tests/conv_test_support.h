@@ -1,8 +1,10 @@
 // Helpers shared by the converter, API, round-trip and tool tests.
-#ifndef CONV_TEST_SUPPORT_H
-#define CONV_TEST_SUPPORT_H
+#pragma once
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,22 +14,14 @@
 
 namespace convtest {
 
-inline std::vector<std::string>& logLines()
-{
-    static std::vector<std::string> lines;
-    return lines;
-}
+inline std::vector<std::string> g_lines;
+inline void captureLog(int32_t, const char*, const char* message) { g_lines.push_back(message); }
 
-inline void captureLog(int32_t, const char*, const char* message)
-{
-    logLines().push_back(message);
-}
-
-// Routes every library message into logLines() while it lives.
+// Routes every library message into g_lines while it lives.
 struct LogCapture {
     LogCapture()
     {
-        logLines().clear();
+        g_lines.clear();
         setenv("SOMEIPSER_LOG_LEVEL", "1", 1);
         zq_someip_set_logfunc_callback(captureLog);
     }
@@ -39,7 +33,7 @@ struct LogCapture {
     // Messages open with the "[file][line][function]" prefix, so they are matched by their ending.
     static bool has(const std::string& tail)
     {
-        for (const std::string& line : logLines()) {
+        for (const std::string& line : g_lines) {
             if (line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0) {
                 return true;
             }
@@ -48,29 +42,23 @@ struct LogCapture {
     }
 };
 
-// Hex text (blanks ignored) to bytes, and back in lowercase without separators.
-inline std::vector<unsigned char> bytes(const std::string& hex)
+// Hex text (blanks ignored) to bytes, and bytes to lowercase hex without separators.
+inline std::vector<unsigned char> bytes(std::string hex)
 {
-    std::string digits;
-    for (char c : hex) {
-        if (c != ' ') {
-            digits.push_back(c);
-        }
-    }
+    hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
     std::vector<unsigned char> out;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-        out.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     }
     return out;
 }
 
 inline std::string hex(const std::vector<unsigned char>& data)
 {
-    static const char digits[] = "0123456789abcdef";
     std::string out;
     for (unsigned char b : data) {
-        out += digits[b >> 4];
-        out += digits[b & 15];
+        out += "0123456789abcdef"[b >> 4];
+        out += "0123456789abcdef"[b & 15];
     }
     return out;
 }
@@ -82,27 +70,17 @@ inline Json::Value parse(const std::string& text)
     return root;
 }
 
-// Member of a parsed document by a path such as "0/SubParams/2/Value" (numbers index arrays).
+// Text of a member reached by a path such as "0/SubParams/2/Value" (digits index arrays); an absent
+// member gives "null".
 inline std::string at(const Json::Value& doc, const std::string& path)
 {
     const Json::Value* node = &doc;
-    size_t start = 0;
-    while (start <= path.size()) {
-        const size_t slash = path.find('/', start);
-        const std::string key = path.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
-        if (!key.empty() && key.find_first_not_of("0123456789") == std::string::npos) {
-            node = &(*node)[static_cast<Json::ArrayIndex>(std::stoul(key))];
-        } else {
-            node = &(*node)[key];
-        }
-        if (slash == std::string::npos) {
-            break;
-        }
-        start = slash + 1;
+    std::string key;
+    std::istringstream keys(path);
+    while (std::getline(keys, key, '/')) {
+        node = isdigit(static_cast<unsigned char>(key[0])) ? &(*node)[std::stoi(key)] : &(*node)[key];
     }
-    return node->isString() ? node->asString() : node->toStyledString();
+    return node->isNull() ? "null" : node->asString();
 }
 
 } // namespace convtest
-
-#endif // CONV_TEST_SUPPORT_H

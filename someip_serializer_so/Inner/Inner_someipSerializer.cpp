@@ -31,16 +31,17 @@ void Inner_someipSerializer::setExtendAttr(ZQSomeIPExtendAttr& attr)
     if (&attr != &extend_attr) {
         extend_attr = attr;
     }
+    const ZQSomeIPExtendAttr& a = extend_attr;
     ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr updated!!! *****");
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  array_length_field_size    = %d", static_cast<int>(extend_attr.array_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  vector_length_field_size   = %d", static_cast<int>(extend_attr.vector_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  struct_length_field_size   = %d", static_cast<int>(extend_attr.struct_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_length_field_size   = %d", static_cast<int>(extend_attr.string_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_length_field_size    = %d", static_cast<int>(extend_attr.union_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  alignment                  = %d", static_cast<int>(extend_attr.alignment));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  byte_order                 = %d", static_cast<int>(extend_attr.byte_order));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_type_field_size      = %d", static_cast<int>(extend_attr.union_type_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_utf                 = %d", static_cast<int>(extend_attr.string_utf));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  array_length_field_size    = %d", static_cast<int>(a.array_length_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  vector_length_field_size   = %d", static_cast<int>(a.vector_length_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  struct_length_field_size   = %d", static_cast<int>(a.struct_length_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_length_field_size   = %d", static_cast<int>(a.string_length_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_length_field_size    = %d", static_cast<int>(a.union_length_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  alignment                  = %d", static_cast<int>(a.alignment));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  byte_order                 = %d", static_cast<int>(a.byte_order));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_type_field_size      = %d", static_cast<int>(a.union_type_field_size));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_utf                 = %d", static_cast<int>(a.string_utf));
     ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr end!!! *****");
 }
 
@@ -72,8 +73,8 @@ int Inner_someipSerializer::serialize(std::vector<uint8_t>& out, std::string& js
     return result;
 }
 
-unsigned int Inner_someipSerializer::serialize_element(ZQSomeIPPayloadSerializerGeneral* writer, Json::Value& element,
-                                                       unsigned int& nesting, const char* walker)
+unsigned int Inner_someipSerializer::serialize_element(ZQSomeIPPayloadSerializerGeneral* writer,
+                                                       Json::Value& element, unsigned int& nesting, const char* walker)
 {
     Json::Value& type = element["ParamType"];
     unsigned int status = 0;
@@ -129,7 +130,8 @@ unsigned int Inner_someipSerializer::serialize_main(Json::Value& root, unsigned 
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** serialize_main() ERROR!!! jsonStr size == 0 *****");
         return kWalkFailed;
     }
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** serialize_main() Start jsonStr size = %d *****", static_cast<int>(root.size()));
+    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** serialize_main() Start jsonStr size = %d *****",
+                   static_cast<int>(root.size()));
     if (serialize_elements(engine.get(), root, nesting, kMain, nullptr) != 0) {
         return kWalkFailed;
     }
@@ -165,8 +167,9 @@ unsigned int Inner_someipSerializer::serialize_array(ZQSomeIPPayloadSerializerGe
         return kWalkFailed;
     }
     if (subParams.size() != expectedCount) {
-        ZQ_SOMEIP_LOGW(" [%s][%d][%s]  ***** serialize_array() Warning!!! Array size mismatch. Actual :%d, Expected :%d *****",
-                       static_cast<int>(subParams.size()), static_cast<int>(expectedCount));
+        ZQ_SOMEIP_LOGW(
+            " [%s][%d][%s]  ***** serialize_array() Warning!!! Array size mismatch. Actual :%d, Expected :%d *****",
+            static_cast<int>(subParams.size()), static_cast<int>(expectedCount));
         // A short list is filled up with copies of its first element; a long one is written whole.
         if (subParams.size() < expectedCount) {
             const Json::Value first = *subParams.begin();
