@@ -56,8 +56,9 @@ TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
         // Containers open at the failure are closed on the way up, their length fields patched.
         {0, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint8_t","Value":"1"},{"ParamType":"UINT8"}]},
              {"ParamType":"uint8_t","Value":"3"}])", "00000001 01", -1,
-         {"serialize_basic() type error = UINT8 *****", "serialize_struct() exit with Error occurred. *****",
-          "serialize_main() exit with Error occurred. *****"}},
+         {"[serialize_basic]  ***** serialize_basic() type error = UINT8 *****",
+          "[serialize_struct]  ***** serialize_struct() exit with Error occurred. *****",
+          "[serialize_main]  ***** serialize_main() exit with Error occurred. *****"}},
         {0, "[]", "", -1, {"serialize_main() ERROR!!! jsonStr size == 0 *****"}},
     };
     for (const Case& c : cases) {
@@ -88,7 +89,7 @@ TEST(DeserializerWalk, FillsValuesExpandsContainersAndKeepsPartialResults)
     const char* vectorU16 = R"([{"ParamName":"v","ParamType":"VECTOR","SubParams":[{"ParamName":"e","ParamType":"uint16_t"}]}])";
     const Case cases[] = {
         {attrs(0, 0), R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint16_t"},{"ParamType":"uint16_t"}]}])",
-         "0001ffff", 0, {{"0/SubParams/0/Value", "1"}, {"0/SubParams/1/Value", "65535"}}, "deserialize_struct() end. *****"},
+         "0001ffff", 0, {{"0/SubParams/0/Value", "1"}, {"0/SubParams/1/Value", "65535"}}, "[deserialize_struct]  ***** deserialize_struct() end. *****"},
         {attrs(0), R"([{"ParamType":"bool"},{"ParamType":"bool"},{"ParamType":"float"},{"ParamType":"int64_t"},
                        {"ParamType":"uint64_t"},{"ParamType":"int8_t"}])",
          "01 00 3fc00000 fffffffefffffffe 0000000100000002 80", 0,
@@ -115,7 +116,7 @@ TEST(DeserializerWalk, FillsValuesExpandsContainersAndKeepsPartialResults)
         {attrs(0), R"([{"ParamType":"uint8_t"},{"ParamType":"uint32_t"}])", "0701", -1, {{"0/Value", "7"}, {"1/Value", "null"}},
          "deserialize_basic() read failed: uint32_t *****"},
         {attrs(0), R"([{"ParamType":"uint8_t"}])", "", -1, {{"0/Value", "null"}},
-         "deserialize_main() ERROR!!! remain payload Length == 0 *****"},
+         "[deserialize_main]  ***** deserialize_main() ERROR!!! remain payload Length == 0 *****"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.format);

@@ -18,10 +18,10 @@ const uint32_t kWalkFailed = 0xFFFFFFFFu;
 const char* Inner_someipDeserializer::walkerName(Walker walker)
 {
     switch (walker) {
-    case Walker::Main: return "deserialize_main()";
-    case Walker::Struct: return "deserialize_struct()";
-    case Walker::Array: return "deserialize_array()";
-    case Walker::Vector: return "deserialize_vector()";
+    case Walker::Main: return "deserialize_main";
+    case Walker::Struct: return "deserialize_struct";
+    case Walker::Array: return "deserialize_array";
+    case Walker::Vector: return "deserialize_vector";
     }
     return "";
 }
@@ -95,8 +95,8 @@ uint32_t Inner_someipDeserializer::deserialize_vector_content(ZQSomeIPPayloadDes
     // The result is deliberately not examined: a vector without a length field reads as empty.
     r->read(&data, &len, nullptr);
     // The length line of a vector inside a vector carries the top-level walker's name.
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** %s vector_Element length is %d *****",
-                   walkerName(walker == Walker::Vector ? Walker::Main : walker), static_cast<int>(len));
+    ZQ_SOMEIP_LOGD_IN(walkerName(walker), " [%s][%d][%s]  ***** %s() vector_Element length is %d *****",
+                      walkerName(walker == Walker::Vector ? Walker::Main : walker), static_cast<int>(len));
     remaining -= len;
 
     // The content is decoded in isolation by an engine of its own. Only a block the reader actually
@@ -120,7 +120,7 @@ uint32_t Inner_someipDeserializer::deserialize_element(ZQSomeIPPayloadDeserializ
     uint32_t status = 0;
     if (type == "STRUCTURE") {
         if (r->struct_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s struct_data_begin failed *****", name);
+            ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() struct_data_begin failed *****", name);
             return kWalkFailed;
         }
         remaining -= extend_attr.struct_length_field_size;
@@ -128,7 +128,7 @@ uint32_t Inner_someipDeserializer::deserialize_element(ZQSomeIPPayloadDeserializ
         r->data_end();
     } else if (type == "ARRAY") {
         if (r->array_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s array_data_begin failed *****", name);
+            ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() array_data_begin failed *****", name);
             return kWalkFailed;
         }
         remaining -= extend_attr.array_length_field_size;
@@ -146,7 +146,7 @@ uint32_t Inner_someipDeserializer::deserialize_element(ZQSomeIPPayloadDeserializ
         r->data_end();
     } else if (type == "VECTOR") {
         if (r->vector_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s vector_data_begin failed *****", name);
+            ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() vector_data_begin failed *****", name);
             return kWalkFailed;
         }
         remaining -= extend_attr.vector_length_field_size;
@@ -156,7 +156,7 @@ uint32_t Inner_someipDeserializer::deserialize_element(ZQSomeIPPayloadDeserializ
         status = deserialize_basic(r, p, remaining);
     }
     if (status == kWalkFailed) {
-        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s exit with Error occurred *****", name);
+        ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() exit with Error occurred *****", name);
     }
     return status;
 }
@@ -166,20 +166,21 @@ uint32_t Inner_someipDeserializer::deserialize_members(ZQSomeIPPayloadDeserializ
 {
     const char* name = walkerName(walker);
     if (params.size() == 0) {
-        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s ERROR!!! formatjson size == 0 *****", name);
+        ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() ERROR!!! formatjson size == 0 *****", name);
         return kWalkFailed;
     }
     if (remaining == 0) {
-        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s ERROR!!! remain payload Length == 0 *****", name);
+        ZQ_SOMEIP_LOGE_IN(name, " [%s][%d][%s]  ***** %s() ERROR!!! remain payload Length == 0 *****", name);
         return kWalkFailed;
     }
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** %s Start. payloadLength = %d *****", name, static_cast<int>(remaining));
+    ZQ_SOMEIP_LOGD_IN(name, " [%s][%d][%s]  ***** %s() Start. payloadLength = %d *****", name,
+                      static_cast<int>(remaining));
     for (Json::Value& p : params) {
         if (deserialize_element(r, p, remaining, walker) == kWalkFailed) {
             return kWalkFailed;
         }
     }
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** %s end. *****", name);
+    ZQ_SOMEIP_LOGD_IN(name, " [%s][%d][%s]  ***** %s() end. *****", name);
     return 0;
 }
 

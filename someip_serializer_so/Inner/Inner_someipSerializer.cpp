@@ -11,11 +11,16 @@ namespace {
 
 const unsigned int kWalkFailed = 0xFFFFFFFFu;
 
-// Which walker is running: it names the walker in the messages of the shared element dispatch.
-const char* const kMain = "serialize_main()";
-const char* const kStruct = "serialize_struct()";
-const char* const kArray = "serialize_array()";
-const char* const kVector = "serialize_vector()";
+// Which walker is running: the shared element dispatch logs under the walker's name and names it in
+// its messages.
+const char* const kMain = "serialize_main";
+const char* const kStruct = "serialize_struct";
+const char* const kArray = "serialize_array";
+const char* const kVector = "serialize_vector";
+
+// A container that could not even be opened ends the walk at once: the walker that tried to open it
+// does not add its "exit with Error occurred." line.
+const unsigned int kBeginFailed = 0xFFFFFFFEu;
 
 } // namespace
 
@@ -80,23 +85,23 @@ unsigned int Inner_someipSerializer::serialize_element(ZQSomeIPPayloadSerializer
     unsigned int status = 0;
     if (type == "STRUCTURE") {
         if (writer->struct_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s struct_data_begin failed *****", walker);
-            return kWalkFailed;
+            ZQ_SOMEIP_LOGE_IN(walker, " [%s][%d][%s]  ***** %s() struct_data_begin failed *****", walker);
+            return kBeginFailed;
         }
         status = serialize_struct(writer, element["SubParams"], nesting);
         writer->data_end();
     } else if (type == "ARRAY") {
         if (writer->array_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s array_data_begin failed *****", walker);
-            return kWalkFailed;
+            ZQ_SOMEIP_LOGE_IN(walker, " [%s][%d][%s]  ***** %s() array_data_begin failed *****", walker);
+            return kBeginFailed;
         }
         unsigned int count = StringToNum<unsigned int>(element["Value"].asString());
         status = serialize_array(writer, element["SubParams"], nesting, count);
         writer->data_end();
     } else if (type == "VECTOR") {
         if (writer->vector_data_begin(nullptr) != 0) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s vector_data_begin failed *****", walker);
-            return kWalkFailed;
+            ZQ_SOMEIP_LOGE_IN(walker, " [%s][%d][%s]  ***** %s() vector_data_begin failed *****", walker);
+            return kBeginFailed;
         }
         unsigned int counter = 0;
         status = serialize_vector(writer, element["SubParams"], nesting, counter);
@@ -116,8 +121,11 @@ unsigned int Inner_someipSerializer::serialize_elements(ZQSomeIPPayloadSerialize
         if (elementCount) {
             ++*elementCount;
         }
+        if (status == kBeginFailed) {
+            return kWalkFailed;
+        }
         if (status == kWalkFailed) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** %s exit with Error occurred. *****", walker);
+            ZQ_SOMEIP_LOGE_IN(walker, " [%s][%d][%s]  ***** %s() exit with Error occurred. *****", walker);
             return kWalkFailed;
         }
     }

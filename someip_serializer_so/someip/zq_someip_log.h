@@ -53,9 +53,15 @@ public:
 #define ZQ_SOMEIP_LEVEL_ERROR   4
 
 /* Every diagnostic of the library goes through these: they supply file, line and function as the first
- * three arguments, which every format string opens with ("[%s][%d][%s]"). */
-#define ZQ_SOMEIP_LOG(level, tag, fmt, ...) \
-    zq_someip_log_output((level), (tag), (fmt), __FILE__, __LINE__, __func__, ##__VA_ARGS__)
+ * three arguments, which every format string opens with ("[%s][%d][%s]"). The _IN forms name the
+ * function explicitly, for code shared by several operations that must each appear under their own name. */
+#define ZQ_SOMEIP_LOG_IN(function, level, tag, fmt, ...) \
+    zq_someip_log_output((level), (tag), (fmt), __FILE__, __LINE__, (function), ##__VA_ARGS__)
+#define ZQ_SOMEIP_LOG(level, tag, fmt, ...) ZQ_SOMEIP_LOG_IN(__func__, level, tag, fmt, ##__VA_ARGS__)
+#define ZQ_SOMEIP_LOGD_IN(function, fmt, ...) \
+    ZQ_SOMEIP_LOG_IN(function, ZQ_SOMEIP_LEVEL_DEBUG, "DSOMEIP_DEBUG", fmt, ##__VA_ARGS__)
+#define ZQ_SOMEIP_LOGE_IN(function, fmt, ...) \
+    ZQ_SOMEIP_LOG_IN(function, ZQ_SOMEIP_LEVEL_ERROR, "ESOMEIP_ERROR", fmt, ##__VA_ARGS__)
 #define ZQ_SOMEIP_LOGD(fmt, ...) ZQ_SOMEIP_LOG(ZQ_SOMEIP_LEVEL_DEBUG, "DSOMEIP_DEBUG", fmt, ##__VA_ARGS__)
 #define ZQ_SOMEIP_LOGW(fmt, ...) ZQ_SOMEIP_LOG(ZQ_SOMEIP_LEVEL_WARNING, "WSOMEIP_WARNING", fmt, ##__VA_ARGS__)
 #define ZQ_SOMEIP_LOGE(fmt, ...) ZQ_SOMEIP_LOG(ZQ_SOMEIP_LEVEL_ERROR, "ESOMEIP_ERROR", fmt, ##__VA_ARGS__)
