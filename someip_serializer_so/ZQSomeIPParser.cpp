@@ -4,29 +4,6 @@
 
 namespace ZQSomeIP {
 
-namespace {
-
-// The record every lookup starts from; the format's "Attribute" objects change what they name.
-ZQSomeIPExtendAttr lookupDefaults()
-{
-    ZQSomeIPExtendAttr attr;
-    attr.array_length_field_size = 4;
-    attr.vector_length_field_size = 4;
-    attr.struct_length_field_size = 4;
-    attr.string_length_field_size = 4;
-    attr.union_length_field_size = 4;
-    attr.alignment = ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE;
-    attr.byte_order = ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
-    attr.union_type_field_size = 4;
-    attr.string_utf = ZQ_SOMEIP_PAYLOAD_STRING_UTF8;
-    attr.dynamic_flag = true;
-    attr.length_field_value = 0;
-    attr.length_field_read = 0;
-    return attr;
-}
-
-} // namespace
-
 ZQSomeIPParser::ZQSomeIPParser() : analyzer(nullptr), serializer(nullptr), deserializer(nullptr)
 {
     analyzer.reset(new ZQSomeIPFormatAnalyzer());
@@ -65,8 +42,9 @@ int ZQSomeIPParser::getMethodFormatbyID(int serviceID, int methodID, int message
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** getMethodFormatbyID() error : ZQSomeIPFormatAnalyzer is NULL!!! *****");
         return -1;
     }
-    // Same lookup as the attribute-returning form; the attributes found are not needed here.
-    ZQSomeIPExtendAttr attr = lookupDefaults();
+    // Same lookup as the attribute-returning form; the attributes found are not needed here. A fresh
+    // record holds the defaults every lookup starts from.
+    ZQSomeIPExtendAttr attr;
     return analyzer->getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
 }
 
@@ -93,7 +71,7 @@ Inner_someipDeserializer* ZQSomeIPParser::getDeserializer(ZQSomeIPExtendAttr& at
 int ZQSomeIPParser::serializebyMethodID(int serviceID, int methodID, int messageType, std::string& json,
                                         std::vector<unsigned char>& payload)
 {
-    ZQSomeIPExtendAttr attr = lookupDefaults();
+    ZQSomeIPExtendAttr attr;  // the lookup defaults; the format's "Attribute" objects change what they name
     std::string format;
     const int found = getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
     if (found != 0) {
@@ -106,7 +84,7 @@ int ZQSomeIPParser::serializebyMethodID(int serviceID, int methodID, int message
 int ZQSomeIPParser::deserializebyMethodID(int serviceID, int methodID, int messageType,
                                           std::vector<unsigned char>& payload, std::string& json)
 {
-    ZQSomeIPExtendAttr attr = lookupDefaults();
+    ZQSomeIPExtendAttr attr;  // the lookup defaults; the format's "Attribute" objects change what they name
     std::string format;
     const int found = getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
     if (found != 0) {
