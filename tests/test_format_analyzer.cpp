@@ -185,21 +185,6 @@ TEST_F(FormatStoreTest, LookupByMessageType)
     EXPECT_EQ(format, withAttr);
 }
 
-TEST_F(FormatStoreTest, ServiceIdIsReadAsDecimalText)
-{
-    const std::pair<const char*, int> cases[] = {
-        {"\"4660\"", 4660}, {"4660", 4660}, {"\"0x1234\"", 0}, {"\"12abc\"", 12}, {"\"   \"", 3}, {"\"\"", 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        ZQSomeIPFormatAnalyzer store;
-        ASSERT_EQ(store.loadFormatJson(write("id.json", serviceFile(c.first, "m"))), 0);
-        std::string format;
-        EXPECT_EQ(store.getMethodFormatbyID(c.second, 1, 0, format), 0);
-        EXPECT_EQ(store.getMethodFormatbyID(c.second + 1, 1, 0, format), -1);
-    }
-}
-
 TEST_F(FormatStoreTest, FirstMatchInAFileLastMatchingFileWins)
 {
     // Entries may share an ID: the first whose "Params" has the wanted type answers.
