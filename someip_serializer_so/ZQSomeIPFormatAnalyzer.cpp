@@ -256,17 +256,8 @@ int ZQSomeIPFormatAnalyzer::convertToLengthFieldSize(const std::string& text)
 
 int ZQSomeIPFormatAnalyzer::convertToUnionTypeFieldSize(const std::string& text)
 {
-    // Same table as the length fields today, kept apart so that the two may diverge.
-    if (text == "0") {
-        return 0;
-    }
-    if (text == "8") {
-        return 1;
-    }
-    if (text == "16") {
-        return 2;
-    }
-    return 4;
+    // Same table as the length fields today; a function of its own so that the two may diverge.
+    return convertToLengthFieldSize(text);
 }
 
 int ZQSomeIPFormatAnalyzer::convertToAlignment(const std::string& text)

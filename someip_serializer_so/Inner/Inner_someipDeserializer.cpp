@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ZQSomeIPFormatAnalyzer.h"
+#include "Inner_someipExtendAttrLog.h"
 #include "someip/zq_someip_log.h"
 
 namespace ZQSomeIP {
@@ -12,6 +13,41 @@ namespace ZQSomeIP {
 namespace {
 
 const uint32_t kWalkFailed = 0xFFFFFFFFu;
+
+// How a value appears in its read line: "%d" and "%u" take an int-sized argument, so the 64-bit
+// values show their low 32 bits there ("Value" keeps all of them); "%f" takes a double.
+int shown(bool v) { return v; }
+int shown(int8_t v) { return v; }
+int shown(int16_t v) { return v; }
+int shown(int32_t v) { return v; }
+int shown(int64_t v) { return static_cast<int>(v); }
+unsigned shown(uint8_t v) { return v; }
+unsigned shown(uint16_t v) { return v; }
+unsigned shown(uint32_t v) { return v; }
+unsigned shown(uint64_t v) { return static_cast<unsigned>(v); }
+double shown(float v) { return v; }
+double shown(double v) { return v; }
+
+// The "Value" text: "true"/"false", or the standard decimal conversion (six decimals for float/double).
+std::string valueText(bool v) { return v ? "true" : "false"; }
+template <typename T>
+std::string valueText(T v)
+{
+    return std::to_string(v);
+}
+
+// Reads one basic value; on success logs its read line and hands out its "Value" text.
+template <typename T>
+uint32_t readBasic(ZQSomeIPPayloadDeserializerGeneral* r, const char* line, std::string& text)
+{
+    T v{};
+    const uint32_t rc = r->read(v, nullptr);
+    if (rc == 0) {
+        ZQ_SOMEIP_LOGD_IN("deserialize_basic", line, shown(v));
+        text = valueText(v);
+    }
+    return rc;
+}
 
 } // namespace
 
@@ -38,18 +74,7 @@ void Inner_someipDeserializer::setExtendAttr(ZQSomeIPExtendAttr& attr)
     if (&attr != &extend_attr) {
         extend_attr = attr;
     }
-    const ZQSomeIPExtendAttr& a = extend_attr;
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr updated!!! *****");
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  array_length_field_size    = %d", static_cast<int>(a.array_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  vector_length_field_size   = %d", static_cast<int>(a.vector_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  struct_length_field_size   = %d", static_cast<int>(a.struct_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_length_field_size   = %d", static_cast<int>(a.string_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_length_field_size    = %d", static_cast<int>(a.union_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  alignment                  = %d", static_cast<int>(a.alignment));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  byte_order                 = %d", static_cast<int>(a.byte_order));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_type_field_size      = %d", static_cast<int>(a.union_type_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_utf                 = %d", static_cast<int>(a.string_utf));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr end!!! *****");
+    ZQ_SOMEIP_LOG_EXTEND_ATTR(extend_attr);
 }
 
 std::string Inner_someipDeserializer::NumToString(const int& n)
@@ -280,102 +305,48 @@ uint32_t Inner_someipDeserializer::deserialize_basic(ZQSomeIPPayloadDeserializer
                    static_cast<int>(remaining));
     const std::string type = param["ParamType"].asString();
     std::string text;
-    uint32_t used = 0;
+    uint32_t used = 0;  // payload bytes the value is taken to occupy
     uint32_t rc = 0;
     if (type == "bool") {
-        bool v = false;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read bool deserializer : %d *****", v);
-            text = v ? "true" : "false";
-            used = 1;
-        }
+        rc = readBasic<bool>(r, " [%s][%d][%s]  ***** deserialize_basic: read bool deserializer : %d *****", text);
+        used = 1;
     } else if (type == "uint32_t") {
-        uint32_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read uint32_t deserializer : %u *****", v);
-            text = std::to_string(v);
-            used = 4;
-        }
+        rc = readBasic<uint32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint32_t deserializer : %u *****", text);
+        used = 4;
     } else if (type == "uint8_t") {
-        uint8_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read uint8_t deserializer : %u *****",
-                           static_cast<unsigned>(v));
-            text = std::to_string(static_cast<int>(v));
-            used = 1;
-        }
+        rc = readBasic<uint8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint8_t deserializer : %u *****", text);
+        used = 1;
     } else if (type == "STRING") {
-        std::string v;
-        if ((rc = r->read(v, 0, nullptr, false)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read string deserializer : %s *****", v.c_str());
+        if ((rc = r->read(text, 0, nullptr, false)) == 0) {
+            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read string deserializer : %s *****", text.c_str());
             // Accounted as a UTF-8 string with its mark and terminator, up to the first zero byte,
             // whatever the encoding on the wire.
-            used = extend_attr.string_length_field_size + 4 + static_cast<uint32_t>(strlen(v.c_str()));
-            text = std::move(v);
+            used = extend_attr.string_length_field_size + 4 + static_cast<uint32_t>(strlen(text.c_str()));
         }
     } else if (type == "float") {
-        float v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read float deserializer : %f *****",
-                           static_cast<double>(v));
-            text = std::to_string(v);
-            used = 4;
-        }
+        rc = readBasic<float>(r, " [%s][%d][%s]  ***** deserialize_basic: read float deserializer : %f *****", text);
+        used = 4;
     } else if (type == "double") {
-        double v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read double deserializer : %f *****", v);
-            text = std::to_string(v);
-            used = 8;
-        }
+        rc = readBasic<double>(r, " [%s][%d][%s]  ***** deserialize_basic: read double deserializer : %f *****", text);
+        used = 8;
     } else if (type == "int8_t") {
-        int8_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read int8_t deserializer : %d *****",
-                           static_cast<int>(v));
-            text = std::to_string(static_cast<int>(v));
-            used = 1;
-        }
+        rc = readBasic<int8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int8_t deserializer : %d *****", text);
+        used = 1;
     } else if (type == "int16_t") {
-        int16_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read int16_t deserializer : %d *****",
-                           static_cast<int>(v));
-            text = std::to_string(v);
-            used = 2;
-        }
+        rc = readBasic<int16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int16_t deserializer : %d *****", text);
+        used = 2;
     } else if (type == "int32_t") {
-        int32_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read int32_t deserializer : %d *****", v);
-            text = std::to_string(v);
-            used = 4;
-        }
+        rc = readBasic<int32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int32_t deserializer : %d *****", text);
+        used = 4;
     } else if (type == "int64_t") {
-        int64_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            // The line shows the value through "%d", i.e. its low 32 bits; "Value" keeps all of it.
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read int64_t deserializer : %d *****",
-                           static_cast<int>(v));
-            text = std::to_string(v);
-            used = 8;
-        }
+        rc = readBasic<int64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int64_t deserializer : %d *****", text);
+        used = 8;
     } else if (type == "uint16_t") {
-        uint16_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read uint16_t deserializer : %u *****",
-                           static_cast<unsigned>(v));
-            text = std::to_string(static_cast<int>(v));
-            used = 2;
-        }
+        rc = readBasic<uint16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint16_t deserializer : %u *****", text);
+        used = 2;
     } else if (type == "uint64_t") {
-        uint64_t v = 0;
-        if ((rc = r->read(v, nullptr)) == 0) {
-            ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read uint64_t deserializer : %u *****",
-                           static_cast<unsigned>(v));
-            text = std::to_string(v);
-            used = 8;
-        }
+        rc = readBasic<uint64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint64_t deserializer : %u *****", text);
+        used = 8;
     } else {
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** deserialize_basic() type error = %s *****", type.c_str());
         return kWalkFailed;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ZQSomeIPFormatAnalyzer.h"
+#include "Inner_someipExtendAttrLog.h"
 #include "someip/zq_someip_log.h"
 
 namespace ZQSomeIP {
@@ -36,18 +37,7 @@ void Inner_someipSerializer::setExtendAttr(ZQSomeIPExtendAttr& attr)
     if (&attr != &extend_attr) {
         extend_attr = attr;
     }
-    const ZQSomeIPExtendAttr& a = extend_attr;
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr updated!!! *****");
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  array_length_field_size    = %d", static_cast<int>(a.array_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  vector_length_field_size   = %d", static_cast<int>(a.vector_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  struct_length_field_size   = %d", static_cast<int>(a.struct_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_length_field_size   = %d", static_cast<int>(a.string_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_length_field_size    = %d", static_cast<int>(a.union_length_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  alignment                  = %d", static_cast<int>(a.alignment));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  byte_order                 = %d", static_cast<int>(a.byte_order));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  union_type_field_size      = %d", static_cast<int>(a.union_type_field_size));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  string_utf                 = %d", static_cast<int>(a.string_utf));
-    ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** setExtendAttr() : ZQSomeIPExtendAttr end!!! *****");
+    ZQ_SOMEIP_LOG_EXTEND_ATTR(extend_attr);
 }
 
 int Inner_someipSerializer::serialize(std::vector<uint8_t>& out, std::string& jsonStr, std::string& format)

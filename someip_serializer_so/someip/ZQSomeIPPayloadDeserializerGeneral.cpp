@@ -352,136 +352,63 @@ uint32_t ZQSomeIPPayloadDeserializerGeneral::read_raw(U& raw, const ZQSomeIPExte
     return ZQ_SOMEIP_PAYLOAD_OK;
 }
 
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint8_t& out, const ZQSomeIPExtendAttr* attr)
+namespace {
+
+// The unsigned integer that carries a value of N bytes from the wire, and its conversion to the host.
+template <size_t N> struct WireWord;
+template <> struct WireWord<1> { using type = uint8_t; };
+template <> struct WireWord<2> { using type = uint16_t; };
+template <> struct WireWord<4> { using type = uint32_t; };
+template <> struct WireWord<8> { using type = uint64_t; };
+
+uint8_t to_host(const ZQSomeIPPayloadUtilsByteOrder&, uint8_t v) { return v; }
+uint16_t to_host(const ZQSomeIPPayloadUtilsByteOrder& u, uint16_t v) { return u.to_wire_16(v); }
+uint32_t to_host(const ZQSomeIPPayloadUtilsByteOrder& u, uint32_t v) { return u.to_wire_32(v); }
+uint64_t to_host(const ZQSomeIPPayloadUtilsByteOrder& u, uint64_t v) { return u.to_wire_64(v); }
+
+} // namespace
+
+// Every primitive is read as an unsigned word of its width and its bits copied into place: signed
+// values are reinterpreted, floating point values taken as their IEEE-754 image (never converted
+// numerically, so not even a signalling NaN pattern is touched). Single bytes leave the byte order alone.
+template <typename Out>
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read_number(Out& out, const ZQSomeIPExtendAttr* attr)
 {
+    using Word = typename WireWord<sizeof(Out)>::type;
+    Word raw = 0;
     uint32_t order = 0;
-    return read_raw(out, attr, order);  // single bytes: no byte order conversion
+    const uint32_t code = read_raw(raw, attr, order);
+    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
+        if (sizeof(Word) > 1) {
+            Rules::apply_byte_order(*m_byte_order, order);
+        }
+        const Word bits = to_host(*m_byte_order, raw);
+        memcpy(&out, &bits, sizeof(out));
+    }
+    return code;
 }
 
 uint32_t ZQSomeIPPayloadDeserializerGeneral::read(bool& out, const ZQSomeIPExtendAttr* attr)
 {
     uint8_t v = 0;
-    const uint32_t code = read(v, attr);
+    const uint32_t code = read_number(v, attr);
     if (code == ZQ_SOMEIP_PAYLOAD_OK) {
         out = (v & 0x01u) != 0;  // only the lowest bit counts
     }
     return code;
 }
 
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(char& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint8_t v = 0;
-    const uint32_t code = read(v, attr);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        memcpy(&out, &v, 1);
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int8_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint8_t v = 0;
-    const uint32_t code = read(v, attr);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        memcpy(&out, &v, 1);
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint16_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint16_t raw = 0;
-    uint32_t order = 0;
-    const uint32_t code = read_raw(raw, attr, order);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        Rules::apply_byte_order(*m_byte_order, order);
-        out = m_byte_order->to_wire_16(raw);
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int16_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint16_t v = 0;
-    const uint32_t code = read(v, attr);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        memcpy(&out, &v, sizeof(v));
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint32_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint32_t raw = 0;
-    uint32_t order = 0;
-    const uint32_t code = read_raw(raw, attr, order);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        Rules::apply_byte_order(*m_byte_order, order);
-        out = m_byte_order->to_wire_32(raw);
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int32_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint32_t v = 0;
-    const uint32_t code = read(v, attr);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        memcpy(&out, &v, sizeof(v));
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint64_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint64_t raw = 0;
-    uint32_t order = 0;
-    const uint32_t code = read_raw(raw, attr, order);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        Rules::apply_byte_order(*m_byte_order, order);
-        out = m_byte_order->to_wire_64(raw);
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int64_t& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint64_t v = 0;
-    const uint32_t code = read(v, attr);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        memcpy(&out, &v, sizeof(v));
-    }
-    return code;
-}
-
-// Floating point values are taken as their IEEE-754 image: the bytes are reversed when the wire order
-// differs from the host's, never converted numerically. The image travels as an integer so that no
-// floating point register can touch (quiet) a signalling NaN pattern on the way.
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(float& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint32_t raw = 0;
-    uint32_t order = 0;
-    const uint32_t code = read_raw(raw, attr, order);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        Rules::apply_byte_order(*m_byte_order, order);
-        const uint32_t bits = m_byte_order->to_wire_32(raw);
-        memcpy(&out, &bits, sizeof(out));
-    }
-    return code;
-}
-
-uint32_t ZQSomeIPPayloadDeserializerGeneral::read(double& out, const ZQSomeIPExtendAttr* attr)
-{
-    uint64_t raw = 0;
-    uint32_t order = 0;
-    const uint32_t code = read_raw(raw, attr, order);
-    if (code == ZQ_SOMEIP_PAYLOAD_OK) {
-        Rules::apply_byte_order(*m_byte_order, order);
-        const uint64_t bits = m_byte_order->to_wire_64(raw);
-        memcpy(&out, &bits, sizeof(out));
-    }
-    return code;
-}
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(char& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int8_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint8_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int16_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint16_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int32_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint32_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(int64_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint64_t& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(float& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
+uint32_t ZQSomeIPPayloadDeserializerGeneral::read(double& out, const ZQSomeIPExtendAttr* attr) { return read_number(out, attr); }
 
 uint32_t ZQSomeIPPayloadDeserializerGeneral::read_enum(uint32_t& out, uint32_t size, const ZQSomeIPExtendAttr* attr)
 {

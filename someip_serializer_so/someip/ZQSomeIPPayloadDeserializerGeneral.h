@@ -93,6 +93,8 @@ private:
     // success also hands back the byte order the value is to be converted from.
     template <typename U>
     uint32_t read_raw(U& raw, const ZQSomeIPExtendAttr* attr, uint32_t& byte_order);
+    template <typename Out>
+    uint32_t read_number(Out& out, const ZQSomeIPExtendAttr* attr);
     // Shared step of the four begin calls; `union_type` receives a union's type field.
     uint32_t begin_container(uint32_t type, const ZQSomeIPExtendAttr* attr, uint32_t* union_type);
     template <typename B>
