@@ -1,10 +1,8 @@
-// Helpers shared by the converter, API, round-trip and tool tests.
+// Helpers shared by the converter, API and round-trip tests.
 #pragma once
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,7 +13,6 @@
 namespace convtest {
 
 inline std::vector<std::string> g_lines;
-inline void captureLog(int32_t, const char*, const char* message) { g_lines.push_back(message); }
 
 // Routes every library message into g_lines while it lives.
 struct LogCapture {
@@ -23,7 +20,7 @@ struct LogCapture {
     {
         g_lines.clear();
         setenv("SOMEIPSER_LOG_LEVEL", "1", 1);
-        zq_someip_set_logfunc_callback(captureLog);
+        zq_someip_set_logfunc_callback([](int32_t, const char*, const char* message) { g_lines.push_back(message); });
     }
     ~LogCapture()
     {
@@ -33,21 +30,28 @@ struct LogCapture {
     // Messages open with the "[file][line][function]" prefix, so they are matched by their ending.
     static bool has(const std::string& tail)
     {
-        for (const std::string& line : g_lines) {
-            if (line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(g_lines.begin(), g_lines.end(), [&](const std::string& line) {
+            return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
+        });
     }
 };
 
-// Hex text (blanks ignored) to bytes, and bytes to lowercase hex without separators.
-inline std::vector<unsigned char> bytes(std::string hex)
+// "ok", "failed" (a -1 result) or "throws" (a JSON error let through to the caller).
+template <class Call>
+std::string outcome(Call call)
 {
-    hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
+    try {
+        return call() == 0 ? "ok" : "failed";
+    } catch (const Json::LogicError&) {
+        return "throws";
+    }
+}
+
+// Hex text with blanks between byte pairs to bytes, and bytes to lowercase hex without blanks.
+inline std::vector<unsigned char> bytes(const std::string& hex)
+{
     std::vector<unsigned char> out;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    for (size_t i = hex.find_first_not_of(' '); i != std::string::npos; i = hex.find_first_not_of(' ', i + 2)) {
         out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     }
     return out;
@@ -57,8 +61,7 @@ inline std::string hex(const std::vector<unsigned char>& data)
 {
     std::string out;
     for (unsigned char b : data) {
-        out += "0123456789abcdef"[b >> 4];
-        out += "0123456789abcdef"[b & 15];
+        out += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
     }
     return out;
 }
@@ -70,17 +73,13 @@ inline Json::Value parse(const std::string& text)
     return root;
 }
 
-// Text of a member reached by a path such as "0/SubParams/2/Value" (digits index arrays); an absent
+// Text of a member reached by a path such as "0/SubParams/2/Value" (numbers index arrays); an absent
 // member gives "null".
-inline std::string at(const Json::Value& doc, const std::string& path)
+inline std::string at(const Json::Value& node, const std::string& path)
 {
-    const Json::Value* node = &doc;
-    std::string key;
-    std::istringstream keys(path);
-    while (std::getline(keys, key, '/')) {
-        node = isdigit(static_cast<unsigned char>(key[0])) ? &(*node)[std::stoi(key)] : &(*node)[key];
-    }
-    return node->isNull() ? "null" : node->asString();
+    const std::string key = path.substr(0, path.find('/')), rest = path.substr(std::min(path.size(), key.size() + 1));
+    const Json::Value& next = key.find_first_not_of("0123456789") == std::string::npos ? node[std::stoi(key)] : node[key];
+    return rest.empty() ? (next.isNull() ? "null" : next.asString()) : at(next, rest);
 }
 
 } // namespace convtest

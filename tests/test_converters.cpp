@@ -12,63 +12,71 @@ using namespace convtest;
 
 namespace {
 
-// 4-byte length fields everywhere unless a case says otherwise.
-ZQSomeIPExtendAttr attrs(uint32_t order, uint32_t structAndArrayLength = 4)
+ZQSomeIPExtendAttr bigEndian(uint32_t structAndArrayLength)
 {
     ZQSomeIPExtendAttr a;
-    a.byte_order = order;
+    a.byte_order = ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN;
     a.struct_length_field_size = a.array_length_field_size = structAndArrayLength;
     return a;
 }
 
+// A fresh record is little endian with 4-byte length fields; "bare" structs and arrays have none.
+const ZQSomeIPExtendAttr kLittle, kBig = bigEndian(4), kBigBare = bigEndian(0);
+
+struct Case {
+    ZQSomeIPExtendAttr attr;
+    const char* list;     // serializing: the parameter list; deserializing: the method format
+    const char* payload;  // serializing: what `out`, holding aa before, holds after; deserializing: the input
+    const char* result;   // as outcome() names it
+    std::vector<const char*> logTails = {};
+    std::vector<std::pair<const char*, const char*>> expect = {};  // deserializing: path -> text; "" is the whole text
+};
+
 } // namespace
 
+// One serializer takes every case in turn: a failure or a throw must not leak into the next request.
 TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
 {
-    struct Case {
-        uint32_t order;
-        const char* json;
-        const char* payload;
-        int rc;
-        std::vector<const char*> logTails;
-    };
     const Case cases[] = {
-        {0, R"([{"ParamType":"uint16_t","Value":"258"}])", "0102", 0, {"serialize_main() end. *****"}},
-        {1, R"([{"ParamType":"uint16_t","Value":"258"},{"ParamType":"double","Value":"-2"}])", "0201 00000000000000c0", 0, {}},
-        {0, R"([{"ParamType":"uint32_t"},{"ParamType":"STRING"},{"ParamType":"bool"},{"ParamType":"bool","Value":true},
-             {"ParamType":"bool","Value":"1"}])", "00000000 00000004efbbbf00 00 01 00", 0, {}},
-        {0, R"([{"ParamType":"uint8_t","Value":"300"},{"ParamType":"uint8_t","Value":"40000"},
+        {kLittle, R"([{"ParamType":"uint16_t","Value":"258"},{"ParamType":"double","Value":"-2"}])", "0201 00000000000000c0",
+         "ok", {"byte_order                 = 1", "serialize_main() end. *****"}},
+        {kBig, R"([{"ParamType":"uint32_t"},{"ParamType":"STRING"},{"ParamType":"bool"},{"ParamType":"bool","Value":true},
+             {"ParamType":"bool","Value":"1"}])", "00000000 00000004efbbbf00 00 01 00", "ok"},
+        {kBig, R"([{"ParamType":"uint8_t","Value":"300"},{"ParamType":"uint8_t","Value":"40000"},
              {"ParamType":"int8_t","Value":"-1"},{"ParamType":"uint8_t","Value":"12abc"},{"ParamType":"float","Value":"1.5"},
-             {"ParamType":"int64_t","Value":"-2"},{"ParamType":"uint64_t","Value":"18446744073709551615"}])",
-         "2c ff ff 0c 3fc00000 fffffffffffffffe ffffffffffffffff", 0, {}},
-        {0, R"({"b":{"ParamType":"uint8_t","Value":"2"},"a":{"ParamType":"uint8_t","Value":"1"}})", "01 02", 0, {}},
-        {0, R"([{"ParamType":"ARRAY","Value":"4","SubParams":[{"ParamType":"uint8_t","Value":"7"},
-             {"ParamType":"uint8_t","Value":"8"}]}])", "00000004 07 08 07 07", 0,
+             {"ParamType":"int64_t","Value":"-2"},{"ParamType":"uint64_t","Value":"18446744073709551615"},
+             {"ParamType":"uint16_t","Value":"258"}])", "2c ff ff 0c 3fc00000 fffffffffffffffe ffffffffffffffff 0102", "ok"},
+        {kBig, R"({"b":{"ParamType":"uint8_t","Value":"2"},"a":{"ParamType":"uint8_t","Value":"1"}})", "01 02", "ok"},
+        {kBig, R"([{"ParamType":"ARRAY","Value":"4","SubParams":[{"ParamType":"uint8_t","Value":"7"},
+             {"ParamType":"uint8_t","Value":"8"}]}])", "00000004 07 08 07 07", "ok",
          {"serialize_array() Warning!!! Array size mismatch. Actual :2, Expected :4 *****"}},
-        {0, R"([{"ParamType":"VECTOR","SubParams":[{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"ARRAY","Value":"2",
+        {kBig, R"([{"ParamType":"VECTOR","SubParams":[{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"ARRAY","Value":"2",
              "SubParams":[{"ParamType":"uint8_t","Value":"5"},{"ParamType":"uint8_t","Value":"6"}]}]}]}])",
-         "0000000a 00000006 00000002 0506", 0, {"serialize_vector() end. Vector Count  = 1 *****"}},
-        {0, R"([{"ParamType":"VECTOR","SubParams":[]}])", "00000000", 0, {"serialize_vector() ERROR!!! jsonStr size == 0 *****"}},
-        {0, R"([{"ParamType":"STRUCTURE","SubParams":[]}])", "00000000", -1,
-         {"serialize_struct() ERROR!!! jsonStr size == 0 *****"}},
-        {0, R"([{"ParamType":"ARRAY","Value":"abc","SubParams":[{"ParamType":"uint8_t"}]}])", "00000000", -1,
+         "0000000a 00000006 00000002 0506", "ok", {"serialize_vector() end. Vector Count  = 1 *****"}},
+        {kBig, R"([{"ParamType":"VECTOR","SubParams":[]}])", "00000000", "ok", {"serialize_vector() ERROR!!! jsonStr size == 0 *****"}},
+        {kBig, R"([{"ParamType":"STRUCTURE","SubParams":[]}])", "00000000", "failed", {"serialize_struct() ERROR!!! jsonStr size == 0 *****"}},
+        {kBig, R"([{"ParamType":"ARRAY","Value":"abc","SubParams":[{"ParamType":"uint8_t"}]}])", "00000000", "failed",
          {"serialize_array() ERROR!!! Array size == 0 *****"}},
         // Containers open at the failure are closed on the way up, their length fields patched.
-        {0, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint8_t","Value":"1"},{"ParamType":"UINT8"}]},
-             {"ParamType":"uint8_t","Value":"3"}])", "00000001 01", -1,
+        {kBig, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint8_t","Value":"1"},{"ParamType":"UINT8"}]},
+             {"ParamType":"uint8_t","Value":"3"}])", "00000001 01", "failed",
          {"[serialize_basic]  ***** serialize_basic() type error = UINT8 *****",
           "[serialize_struct]  ***** serialize_struct() exit with Error occurred. *****",
           "[serialize_main]  ***** serialize_main() exit with Error occurred. *****"}},
-        {0, "[]", "", -1, {"serialize_main() ERROR!!! jsonStr size == 0 *****"}},
+        {kBig, "[]", "", "failed", {"serialize_main() ERROR!!! jsonStr size == 0 *****"}},
+        {kBig, "{", "aa", "failed", {"serialize() : jsonStr parse failed!!! *****"}},
+        {kBig, R"([{"ParamType":"uint8_t","Value":"1"},5])", "aa", "throws"},  // an element that is not an object
+        {kBig, R"([{"ParamType":"uint16_t","Value":"1"}])", "0001", "ok"},
     };
+    ZQSomeIPExtendAttr a;
+    ZQSomeIP::Inner_someipSerializer serializer(a);
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.json);
+        SCOPED_TRACE(c.list);
         LogCapture log;
-        ZQSomeIPExtendAttr a = attrs(c.order);
-        ZQSomeIP::Inner_someipSerializer serializer(a);
-        std::string json = c.json, format;
+        serializer.setExtendAttr(a = c.attr);
+        std::string json = c.list, format;
         std::vector<uint8_t> out = {0xAA};
-        EXPECT_EQ(serializer.serialize(out, json, format), c.rc);
+        EXPECT_EQ(outcome([&] { return serializer.serialize(out, json, format); }), c.result);
         EXPECT_EQ(hex(out), hex(bytes(c.payload)));
         for (const char* tail : c.logTails) {
             EXPECT_TRUE(log.has(tail)) << tail;
@@ -76,83 +84,50 @@ TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
     }
 }
 
+// One deserializer takes every case in turn, as above.
 TEST(DeserializerWalk, FillsValuesExpandsContainersAndKeepsPartialResults)
 {
-    struct Case {
-        ZQSomeIPExtendAttr attr;
-        const char* format;
-        const char* payload;
-        int rc;
-        std::vector<std::pair<const char*, const char*>> expect;  // path -> text
-        const char* logTail;
-    };
     const char* vectorU16 = R"([{"ParamName":"v","ParamType":"VECTOR","SubParams":[{"ParamName":"e","ParamType":"uint16_t"}]}])";
     const Case cases[] = {
-        {attrs(0, 0), R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint16_t"},{"ParamType":"uint16_t"}]}])",
-         "0001ffff", 0, {{"0/SubParams/0/Value", "1"}, {"0/SubParams/1/Value", "65535"}}, "[deserialize_struct]  ***** deserialize_struct() end. *****"},
-        {attrs(0), R"([{"ParamType":"bool"},{"ParamType":"bool"},{"ParamType":"float"},{"ParamType":"int64_t"},
-                       {"ParamType":"uint64_t"},{"ParamType":"int8_t"}])",
-         "01 00 3fc00000 fffffffefffffffe 0000000100000002 80", 0,
-         {{"0/Value", "true"}, {"1/Value", "false"}, {"2/Value", "1.500000"}, {"3/Value", "-4294967298"},
-          {"4/Value", "4294967298"}, {"5/Value", "-128"}},
-         "deserialize_basic: read uint64_t deserializer : 2 *****"},
-        {attrs(0), vectorU16, "00000006 0001 0002 0003", 0,
-         {{"0/Value", "3"}, {"0/SubParams/2/ParamName", "v_2"}, {"0/SubParams/2/Value", "3"}},
-         "deserialize_main() vector_Element length is 6 *****"},
-        {attrs(0), vectorU16, "00000000", 0, {{"0/Value", "null"}, {"0/SubParams/0/ParamName", "e"}},
-         "deserialize_vector() Return!!! Vector payload Length == 0 *****"},
+        {kBigBare, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint16_t"},{"ParamType":"uint16_t"}]}])", "0001ffff",
+         "ok", {"[deserialize_struct]  ***** deserialize_struct() end. *****"}, {{"0/SubParams/0/Value", "1"}, {"0/SubParams/1/Value", "65535"}}},
+        {kBig, R"([{"ParamType":"bool"},{"ParamType":"bool"},{"ParamType":"float"},{"ParamType":"int64_t"},
+                   {"ParamType":"uint64_t"},{"ParamType":"int8_t"}])", "01 00 3fc00000 fffffffefffffffe 0000000100000002 80", "ok",
+         {"deserialize_basic: read uint64_t deserializer : 2 *****"}, {{"0/Value", "true"}, {"1/Value", "false"}, {"2/Value", "1.500000"},
+          {"3/Value", "-4294967298"}, {"4/Value", "4294967298"}, {"5/Value", "-128"}}},
+        {kBig, vectorU16, "00000006 0001 0002 0003", "ok", {"deserialize_main() vector_Element length is 6 *****"},
+         {{"0/Value", "3"}, {"0/SubParams/2/ParamName", "v_2"}, {"0/SubParams/2/Value", "3"}}},
+        {kBig, vectorU16, "00000000", "ok", {"deserialize_vector() Return!!! Vector payload Length == 0 *****"},
+         {{"0/Value", "null"}, {"0/SubParams/0/ParamName", "e"}}},
         // Every element starts from what the previous one left: names carry over into nested arrays.
-        {attrs(0, 0), R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamName":"outer","ParamType":"ARRAY","Value":"2",
+        {kBigBare, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamName":"outer","ParamType":"ARRAY","Value":"2",
              "SubParams":[{"ParamName":"inner","ParamType":"ARRAY","Value":"2","SubParams":[{"ParamType":"uint8_t"}]}]}]}])",
-         "01020304", 0,
+         "01020304", "ok", {"deserialize_array() end. Array Cnt = 2 *****"},
          {{"0/SubParams/0/SubParams/0/ParamName", "outer_0"}, {"0/SubParams/0/SubParams/0/SubParams/1/ParamName", "inner_1"},
           {"0/SubParams/0/SubParams/1/ParamName", "outer_1"}, {"0/SubParams/0/SubParams/1/SubParams/1/ParamName", "outer_0_1"},
-          {"0/SubParams/0/SubParams/1/SubParams/1/Value", "4"}},
-         "deserialize_array() end. Array Cnt = 2 *****"},
-        {attrs(0), R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"ARRAY","Value":"0","SubParams":[{}]}]}])",
-         "00000004 00000000", -1, {}, "deserialize_array() ERROR!!! array Length == 0 *****"},
-        {attrs(0), R"([{"ParamType":"uint8_t"},{"ParamType":"UINT8"}])", "0102", -1, {{"0/Value", "1"}},
-         "deserialize_basic() type error = UINT8 *****"},
-        {attrs(0), R"([{"ParamType":"uint8_t"},{"ParamType":"uint32_t"}])", "0701", -1, {{"0/Value", "7"}, {"1/Value", "null"}},
-         "deserialize_basic() read failed: uint32_t *****"},
-        {attrs(0), R"([{"ParamType":"uint8_t"}])", "", -1, {{"0/Value", "null"}},
-         "[deserialize_main]  ***** deserialize_main() ERROR!!! remain payload Length == 0 *****"},
+          {"0/SubParams/0/SubParams/1/SubParams/1/Value", "4"}}},
+        {kBig, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"ARRAY","Value":"0","SubParams":[{}]}]}])", "00000004 00000000",
+         "failed", {"deserialize_array() ERROR!!! array Length == 0 *****"}, {{"0/SubParams/0/Value", "0"}}},
+        {kBig, R"([{"ParamType":"uint8_t"},{"ParamType":"UINT8"}])", "0102", "failed", {"deserialize_basic() type error = UINT8 *****"},
+         {{"0/Value", "1"}}},
+        {kBig, R"([{"ParamType":"uint8_t"},{"ParamType":"uint32_t"}])", "0701", "failed", {"deserialize_basic() read failed: uint32_t *****"},
+         {{"0/Value", "7"}, {"1/Value", "null"}}},
+        {kBig, R"([{"ParamType":"uint8_t"}])", "", "failed",
+         {"[deserialize_main]  ***** deserialize_main() ERROR!!! remain payload Length == 0 *****"}, {{"0/Value", "null"}}},
+        {kBig, "{", "01", "failed", {"deserialize() : jsonStr parse failed!!! *****"}, {{"", "kept"}}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.format);
-        LogCapture log;
-        ZQSomeIPExtendAttr a = c.attr;
-        ZQSomeIP::Inner_someipDeserializer deserializer(a);
-        std::vector<unsigned char> payload = bytes(c.payload);
-        std::string format = c.format, json;
-        EXPECT_EQ(deserializer.deserialize(payload, json, format), c.rc);
-        ASSERT_EQ(json.back(), '\n');
-        for (const auto& e : c.expect) {
-            EXPECT_EQ(at(parse(json), e.first), e.second) << e.first;
-        }
-        EXPECT_TRUE(log.has(c.logTail)) << c.logTail;
-    }
-}
-
-TEST(SerializerEntry, UnparsableInputLeavesOutputsAloneAndThrowsDoNotLeak)
-{
-    LogCapture log;
-    ZQSomeIPExtendAttr a = attrs(1);
-    ZQSomeIP::Inner_someipSerializer serializer(a);
+    ZQSomeIPExtendAttr a;
     ZQSomeIP::Inner_someipDeserializer deserializer(a);
-    EXPECT_TRUE(log.has("byte_order                 = 1"));
-    std::string text = "{", kept = "kept";
-    std::vector<uint8_t> out = {1, 2};
-    EXPECT_EQ(serializer.serialize(out, text, kept), -1);
-    EXPECT_EQ(deserializer.deserialize(out, kept, text), -1);
-    EXPECT_EQ(hex(out), "0102");
-    EXPECT_EQ(kept, "kept");
-    EXPECT_TRUE(log.has("serialize() : jsonStr parse failed!!! *****"));
-    EXPECT_TRUE(log.has("deserialize() : jsonStr parse failed!!! *****"));
-    // An element that is not an object makes the JSON library throw; the next request starts clean.
-    text = "[5]";
-    EXPECT_THROW(serializer.serialize(out, text, kept), Json::LogicError);
-    text = R"([{"ParamType":"uint16_t","Value":"1"}])";
-    EXPECT_EQ(serializer.serialize(out, text, kept), 0);
-    EXPECT_EQ(hex(out), "0100");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.list);
+        LogCapture log;
+        deserializer.setExtendAttr(a = c.attr);
+        std::vector<unsigned char> payload = bytes(c.payload);
+        std::string format = c.list, json = "kept";
+        EXPECT_EQ(outcome([&] { return deserializer.deserialize(payload, json, format); }), c.result);
+        for (const auto& e : c.expect) {
+            EXPECT_EQ(*e.first ? at(parse(json), e.first) : json, e.second) << e.first;
+        }
+        EXPECT_TRUE(log.has(c.logTails[0])) << c.logTails[0];
+    }
 }

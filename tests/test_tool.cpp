@@ -6,94 +6,74 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
+#include <utility>
 
 namespace {
 
-struct ToolRun {
-    int status;
-    std::string out, err;
-};
-
-// Runs the tool with `args` (shell words) and `input` on standard input. File names are unique per
-// process, as ctest may run the tests of this file in parallel.
-ToolRun runTool(const std::string& args, const std::string& input = "")
+// Runs the tool with `args` (shell words) and `input` on standard input; gives its exit status (-1 when
+// it did not exit) and what it printed. File names are unique per process: ctest runs tests in parallel.
+int runTool(const std::string& args, const std::string& input, std::string& out, std::string& err)
 {
-    const std::string base = ::testing::TempDir() + "someip_tool_" + std::to_string(getpid());
-    std::ofstream(base + ".in") << input;
+    const std::string base = ::testing::TempDir() + "someip_tool_" + std::to_string(getpid()) + ".";
+    std::ofstream(base + "in") << input;
     unsetenv("SOMEIPSER_LOG_LEVEL");
-    const int raw = std::system((std::string(SOMEIP_TOOL_PATH) + " " + args + " <" + base + ".in >" + base +
-                                 ".out 2>" + base + ".err").c_str());
-    ToolRun run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, "", ""};
-    for (std::string* text : {&run.out, &run.err}) {
-        const std::string path = base + (text == &run.out ? ".out" : ".err");
-        std::stringstream content;
-        content << std::ifstream(path).rdbuf();
-        *text = content.str();
-        std::remove(path.c_str());
+    const int raw = std::system((SOMEIP_TOOL_PATH " " + args + " <" + base + "in >" + base + "out 2>" + base + "err").c_str());
+    std::ifstream outFile(base + "out"), errFile(base + "err");
+    std::getline(outFile, out, '\0');
+    std::getline(errFile, err, '\0');
+    for (const char* suffix : {"in", "out", "err"}) {
+        std::remove((base + suffix).c_str());
     }
-    std::remove((base + ".in").c_str());
-    return run;
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
-
-const std::string kFormats = std::string("--formats ") + SOMEIP_EXAMPLES_DIR;
-const std::string kRoute = kFormats + " --service 0x1234 --method 2 --type response";
-const char* const kRouteHex = "070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841";
 
 } // namespace
 
-TEST(Tool, DecodeThenEncodeGivesThePayloadBack)
+// Run in order; a null input is the previous run's standard output.
+TEST(Tool, DecodesEncodesAndReportsErrors)
 {
     if (std::string(SOMEIP_TOOL_PATH).empty()) {
         GTEST_SKIP() << "someip-json is not built";
     }
-    const ToolRun decoded =
-        runTool("decode " + kRoute + " --payload '07 00 00 00 14 00 08 00 64 00 00 00 CE FF FF FF 08 00 EC FF FF FF "
-                                     "2C 01 00 00 FF FF 00 00 48 41'");
-    ASSERT_EQ(decoded.status, 0) << decoded.err;
-    EXPECT_NE(decoded.out.find("\"Value\" : \"12.500000\""), std::string::npos);
-    EXPECT_EQ(decoded.err, "");
-    // Payload from standard input; library lines go to standard error and leave the result clean.
-    const ToolRun logged = runTool("decode " + kRoute + " --log-level 5", kRouteHex);
-    EXPECT_EQ(logged.out, decoded.out);
-    EXPECT_NE(logged.err.find("DSOMEIP_DEBUG"), std::string::npos);
-    const ToolRun encoded = runTool("encode " + kRoute, decoded.out);
-    EXPECT_EQ(encoded.status, 0);
-    EXPECT_EQ(encoded.out, std::string(kRouteHex) + "\n");
-}
-
-TEST(Tool, ErrorsAreOneLineOnStandardError)
-{
-    if (std::string(SOMEIP_TOOL_PATH).empty()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
-    const std::string bands = kFormats + " --service 4661 --method 2 --type 0x80";
-    struct Case {
-        std::string args, input;
+    const std::string formats = std::string("--formats ") + SOMEIP_EXAMPLES_DIR;
+    const std::string route = formats + " --service 0x1234 --method 2 --type response";
+    const char* const payload = "070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841\n";
+    const char* const decoded = "\"Value\" : \"12.500000\"";
+    const struct {
+        std::string args;
+        const char* input;
         int status;
-        const char* message;
-    };
-    const Case cases[] = {
-        {"frobnicate " + kRoute, "", 2, "unknown command 'frobnicate'"},
-        {"decode --formats x --service 1 --method 1", "", 2, "missing option '--type'"},
-        {"decode --formats x --service 0xZZ --method 1 --type 0", "", 2, "invalid service ID '0xZZ'"},
-        {"decode " + kRoute + " --payload '01 0g'", "", 2, "invalid hex payload"},
-        {"encode " + kRoute, "{", 2, "invalid JSON input"},
-        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 1, "cannot load format descriptions"},
-        {"decode " + kFormats + " --service 0x1234 --method 9 --type 0 --payload 00", "", 1, "no format"},
-        {"decode " + kRoute + " --payload 0700000014", "", 1, "decode failed"},
+        const char* out;  // printed on standard output, or null for nothing
+        const char* err;  // same, on standard error
+    } cases[] = {
+        {"decode " + route + " --payload '07 00 00 00 14 00 08 00 64 00 00 00 CE FF FF FF 08 00 EC FF FF FF "
+                             "2C 01 00 00 FF FF 00 00 48 41'", "", 0, decoded, nullptr},
+        // Library lines go to standard error and leave the document on standard output clean for encoding.
+        {"decode " + route + " --log-level 5", payload, 0, decoded, "DSOMEIP_DEBUG"},
+        {"encode " + route, nullptr, 0, payload, nullptr},
+        {"frobnicate " + route, "", 2, nullptr, "unknown command 'frobnicate'"},
+        {"decode --formats x --service 1 --method 1", "", 2, nullptr, "missing option '--type'"},
+        {"decode --formats x --service 0xZZ --method 1 --type 0", "", 2, nullptr, "invalid service ID '0xZZ'"},
+        {"decode " + route + " --payload '01 0g'", "", 2, nullptr, "invalid hex payload"},
+        {"encode " + route, "{", 2, nullptr, "invalid JSON input"},
+        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 1, nullptr, "cannot load format descriptions"},
+        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --payload 00", "", 1, nullptr, "no format"},
+        {"decode " + route + " --payload 0700000014", "", 1, nullptr, "decode failed"},
         // The writer takes only the flat array form: the library's exception is reported, not left to abort.
-        {"encode " + bands, R"([{"ParamType":"ARRAY","Value":"1","SubParams":{"ParamName":"b","SubParams":[]}}])", 1,
-         "conversion failed"},
+        {"encode " + formats + " --service 4661 --method 2 --type 0x80",
+         R"([{"ParamType":"ARRAY","Value":"1","SubParams":{"ParamName":"b","SubParams":[]}}])", 1, nullptr, "conversion failed"},
     };
-    for (const Case& c : cases) {
+    std::string previous;
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
-        const ToolRun run = runTool(c.args, c.input);
-        EXPECT_EQ(run.status, c.status);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err.find("someip-json: "), 0u) << run.err;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
-        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, c.input ? c.input : previous, out, err), c.status);
+        for (const auto& [text, expected] : {std::pair(out, c.out), std::pair(err, c.err)}) {
+            EXPECT_TRUE(expected ? text.find(expected) != std::string::npos : text.empty()) << text;
+        }
+        // Errors, and only errors, come as one line opening with the tool's name.
+        EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, c.status != 0) << err;
+        previous = out;
     }
 }
