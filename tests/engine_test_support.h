@@ -1,0 +1,99 @@
+// Helpers shared by the payload writer, reader and engine round-trip tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "someip/ZQSomeIPPayloadAttr.h"
+#include "someip/zq_someip_log.h"
+
+namespace enginetest {
+
+using Bytes = std::vector<uint8_t>;
+
+// "00 0a | FF" -> {0x00, 0x0A, 0xFF}; '|' only groups fields for the eye.
+inline Bytes hex(const std::string& text)
+{
+    Bytes out;
+    std::istringstream in(text);
+    for (std::string t; in >> t;) {
+        if (t != "|") out.push_back(static_cast<uint8_t>(std::stoul(t, nullptr, 16)));
+    }
+    return out;
+}
+
+inline Bytes operator+(Bytes a, const Bytes& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// `value` in `size` bytes, big endian for order 0, little endian for order 1.
+inline Bytes field(uint32_t size, uint64_t value, uint32_t order)
+{
+    Bytes out;
+    for (uint32_t i = 0; i < size; ++i) out.push_back(static_cast<uint8_t>(value >> 8 * (order ? i : size - 1 - i)));
+    return out;
+}
+
+// Every length field `lfs` bytes wide.
+inline ZQSomeIPExtendAttr attr(uint32_t order, uint32_t alignment = 1, uint32_t lfs = 4, uint32_t utf = 0,
+                               uint32_t type_size = 4)
+{
+    ZQSomeIPExtendAttr a;
+    a.array_length_field_size = a.vector_length_field_size = a.struct_length_field_size = lfs;
+    a.string_length_field_size = a.union_length_field_size = lfs;
+    a.byte_order = order;
+    a.alignment = alignment;
+    a.string_utf = utf;
+    a.union_type_field_size = type_size;
+    return a;
+}
+
+// Routes the error lines into errors() instead of standard output while a test runs.
+class EngineTest : public ::testing::Test {
+public:
+    static std::vector<std::string>& errors()
+    {
+        static std::vector<std::string> lines;
+        return lines;
+    }
+
+protected:
+    void SetUp() override
+    {
+        errors().clear();
+        setenv("SOMEIPSER_LOG_LEVEL", "1", 1);
+        zq_someip_set_logfunc_callback(capture);
+    }
+    void TearDown() override
+    {
+        zq_someip_set_logfunc_callback(nullptr);
+        unsetenv("SOMEIPSER_LOG_LEVEL");
+    }
+    // An error line of the form " [<source>][<line>][<function>]  <text>".
+    static bool logged(const std::string& source, const std::string& text)
+    {
+        const std::string tail = "]  " + text;
+        for (const std::string& m : errors()) {
+            if (m.rfind(" [", 0) == 0 && m.find(source + "][") != std::string::npos && m.size() > tail.size() &&
+                m.compare(m.size() - tail.size(), tail.size(), tail) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    static void capture(int32_t level, const char* tag, const char* message)
+    {
+        if (level == ZQ_SOMEIP_LEVEL_ERROR && std::string(tag) == "ESOMEIP_ERROR") errors().push_back(message);
+    }
+};
+
+} // namespace enginetest
