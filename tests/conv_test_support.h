@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+
 #include <string>
 #include <vector>
 
@@ -22,23 +23,17 @@ struct LogCapture {
         setenv("SOMEIPSER_LOG_LEVEL", "1", 1);
         zq_someip_set_logfunc_callback([](int32_t, const char*, const char* message) { g_lines.push_back(message); });
     }
-    ~LogCapture()
-    {
-        zq_someip_set_logfunc_callback(nullptr);
-        unsetenv("SOMEIPSER_LOG_LEVEL");
-    }
+    ~LogCapture() { zq_someip_set_logfunc_callback(nullptr); unsetenv("SOMEIPSER_LOG_LEVEL"); }
     // Messages open with the "[file][line][function]" prefix, so they are matched by their ending.
     static bool has(const std::string& tail)
     {
         return std::any_of(g_lines.begin(), g_lines.end(), [&](const std::string& line) {
-            return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
-        });
+            return line.size() >= tail.size() && line.compare(line.size() - tail.size(), tail.size(), tail) == 0; });
     }
 };
 
 // "ok", "failed" (a -1 result) or "throws" (a JSON error let through to the caller).
-template <class Call>
-std::string outcome(Call call)
+template <class Call> std::string outcome(Call call)
 {
     try {
         return call() == 0 ? "ok" : "failed";
@@ -51,18 +46,15 @@ std::string outcome(Call call)
 inline std::vector<unsigned char> bytes(const std::string& hex)
 {
     std::vector<unsigned char> out;
-    for (size_t i = hex.find_first_not_of(' '); i != std::string::npos; i = hex.find_first_not_of(' ', i + 2)) {
+    for (size_t i = hex.find_first_not_of(' '); i != std::string::npos; i = hex.find_first_not_of(' ', i + 2))
         out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    }
     return out;
 }
 
 inline std::string hex(const std::vector<unsigned char>& data)
 {
     std::string out;
-    for (unsigned char b : data) {
-        out += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-    }
+    for (unsigned char b : data) out += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
     return out;
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <sstream>
@@ -41,33 +42,23 @@ inline Bytes field(uint32_t size, uint64_t value, uint32_t order)
     return out;
 }
 
-// Every length field `lfs` bytes wide.
+// Every length field `lfs` bytes wide. Records spelled out in braces list, in this order, the length field
+// sizes of arrays, vectors, structs, strings and unions, the alignment, the byte order, the selector size
+// and the string encoding.
 inline ZQSomeIPExtendAttr attr(uint32_t order, uint32_t alignment = 1, uint32_t lfs = 4, uint32_t utf = 0,
                                uint32_t type_size = 4)
 {
-    ZQSomeIPExtendAttr a;
-    a.array_length_field_size = a.vector_length_field_size = a.struct_length_field_size = lfs;
-    a.string_length_field_size = a.union_length_field_size = lfs;
-    a.byte_order = order;
-    a.alignment = alignment;
-    a.string_utf = utf;
-    a.union_type_field_size = type_size;
-    return a;
+    return {lfs, lfs, lfs, lfs, lfs, alignment, order, type_size, utf};
 }
 
-// Routes the error lines into errors() instead of standard output while a test runs.
+// Routes the error lines into `errors` instead of standard output while a test runs.
 class EngineTest : public ::testing::Test {
-public:
-    static std::vector<std::string>& errors()
-    {
-        static std::vector<std::string> lines;
-        return lines;
-    }
-
 protected:
+    static inline std::vector<std::string> errors;
+
     void SetUp() override
     {
-        errors().clear();
+        errors.clear();
         setenv("SOMEIPSER_LOG_LEVEL", "1", 1);
         zq_someip_set_logfunc_callback(capture);
     }
@@ -80,19 +71,14 @@ protected:
     static bool logged(const std::string& source, const std::string& text)
     {
         const std::string tail = "]  " + text;
-        for (const std::string& m : errors()) {
-            if (m.rfind(" [", 0) == 0 && m.find(source + "][") != std::string::npos && m.size() > tail.size() &&
-                m.compare(m.size() - tail.size(), tail.size(), tail) == 0) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(errors.begin(), errors.end(), [&](const std::string& m) {
+            return m.rfind(" [", 0) == 0 && m.find(source + "][") != std::string::npos && m.size() > tail.size() &&
+                   m.compare(m.size() - tail.size(), tail.size(), tail) == 0;
+        });
     }
-
-private:
     static void capture(int32_t level, const char* tag, const char* message)
     {
-        if (level == ZQ_SOMEIP_LEVEL_ERROR && std::string(tag) == "ESOMEIP_ERROR") errors().push_back(message);
+        if (level == ZQ_SOMEIP_LEVEL_ERROR && std::string(tag) == "ESOMEIP_ERROR") errors.push_back(message);
     }
 };
 

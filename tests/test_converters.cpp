@@ -12,16 +12,10 @@ using namespace convtest;
 
 namespace {
 
-ZQSomeIPExtendAttr bigEndian(uint32_t structAndArrayLength)
-{
-    ZQSomeIPExtendAttr a;
-    a.byte_order = ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN;
-    a.struct_length_field_size = a.array_length_field_size = structAndArrayLength;
-    return a;
-}
-
-// A fresh record is little endian with 4-byte length fields; "bare" structs and arrays have none.
-const ZQSomeIPExtendAttr kLittle, kBig = bigEndian(4), kBigBare = bigEndian(0);
+// A fresh record is little endian with 4-byte length fields; "bare" structs and arrays have none. Braces list
+// the length field sizes of arrays, vectors, structs, strings and unions, the alignment and the byte order.
+const ZQSomeIPExtendAttr kLittle, kBig{4, 4, 4, 4, 4, 1, ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN},
+    kBigBare{0, 4, 0, 4, 4, 1, ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN};
 
 struct Case {
     ZQSomeIPExtendAttr attr;
@@ -37,9 +31,7 @@ struct Case {
 // One serializer takes every case in turn: a failure or a throw must not leak into the next request.
 TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
 {
-    const Case cases[] = {
-        {kLittle, R"([{"ParamType":"uint16_t","Value":"258"},{"ParamType":"double","Value":"-2"}])", "0201 00000000000000c0",
-         "ok", {"byte_order                 = 1", "serialize_main() end. *****"}},
+    Case cases[] = {
         {kBig, R"([{"ParamType":"uint32_t"},{"ParamType":"STRING"},{"ParamType":"bool"},{"ParamType":"bool","Value":true},
              {"ParamType":"bool","Value":"1"}])", "00000000 00000004efbbbf00 00 01 00", "ok"},
         {kBig, R"([{"ParamType":"uint8_t","Value":"300"},{"ParamType":"uint8_t","Value":"40000"},
@@ -66,21 +58,19 @@ TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
         {kBig, "[]", "", "failed", {"serialize_main() ERROR!!! jsonStr size == 0 *****"}},
         {kBig, "{", "aa", "failed", {"serialize() : jsonStr parse failed!!! *****"}},
         {kBig, R"([{"ParamType":"uint8_t","Value":"1"},5])", "aa", "throws"},  // an element that is not an object
-        {kBig, R"([{"ParamType":"uint16_t","Value":"1"}])", "0001", "ok"},
+        {kLittle, R"([{"ParamType":"uint16_t","Value":"258"},{"ParamType":"double","Value":"-2"}])", "0201 00000000000000c0",
+         "ok", {"byte_order                 = 1", "serialize_main() end. *****"}},
     };
-    ZQSomeIPExtendAttr a;
-    ZQSomeIP::Inner_someipSerializer serializer(a);
-    for (const Case& c : cases) {
+    ZQSomeIP::Inner_someipSerializer serializer(cases[0].attr);
+    for (Case& c : cases) {
         SCOPED_TRACE(c.list);
         LogCapture log;
-        serializer.setExtendAttr(a = c.attr);
+        serializer.setExtendAttr(c.attr);
         std::string json = c.list, format;
         std::vector<uint8_t> out = {0xAA};
         EXPECT_EQ(outcome([&] { return serializer.serialize(out, json, format); }), c.result);
         EXPECT_EQ(hex(out), hex(bytes(c.payload)));
-        for (const char* tail : c.logTails) {
-            EXPECT_TRUE(log.has(tail)) << tail;
-        }
+        for (const char* tail : c.logTails) EXPECT_TRUE(log.has(tail)) << tail;
     }
 }
 
@@ -88,7 +78,7 @@ TEST(SerializerWalk, WritesListsAndHandsOutWhatWasWrittenBeforeAFailure)
 TEST(DeserializerWalk, FillsValuesExpandsContainersAndKeepsPartialResults)
 {
     const char* vectorU16 = R"([{"ParamName":"v","ParamType":"VECTOR","SubParams":[{"ParamName":"e","ParamType":"uint16_t"}]}])";
-    const Case cases[] = {
+    Case cases[] = {
         {kBigBare, R"([{"ParamType":"STRUCTURE","SubParams":[{"ParamType":"uint16_t"},{"ParamType":"uint16_t"}]}])", "0001ffff",
          "ok", {"[deserialize_struct]  ***** deserialize_struct() end. *****"}, {{"0/SubParams/0/Value", "1"}, {"0/SubParams/1/Value", "65535"}}},
         {kBig, R"([{"ParamType":"bool"},{"ParamType":"bool"},{"ParamType":"float"},{"ParamType":"int64_t"},
@@ -116,18 +106,15 @@ TEST(DeserializerWalk, FillsValuesExpandsContainersAndKeepsPartialResults)
          {"[deserialize_main]  ***** deserialize_main() ERROR!!! remain payload Length == 0 *****"}, {{"0/Value", "null"}}},
         {kBig, "{", "01", "failed", {"deserialize() : jsonStr parse failed!!! *****"}, {{"", "kept"}}},
     };
-    ZQSomeIPExtendAttr a;
-    ZQSomeIP::Inner_someipDeserializer deserializer(a);
-    for (const Case& c : cases) {
+    ZQSomeIP::Inner_someipDeserializer deserializer(cases[0].attr);
+    for (Case& c : cases) {
         SCOPED_TRACE(c.list);
         LogCapture log;
-        deserializer.setExtendAttr(a = c.attr);
+        deserializer.setExtendAttr(c.attr);
         std::vector<unsigned char> payload = bytes(c.payload);
         std::string format = c.list, json = "kept";
         EXPECT_EQ(outcome([&] { return deserializer.deserialize(payload, json, format); }), c.result);
-        for (const auto& e : c.expect) {
-            EXPECT_EQ(*e.first ? at(parse(json), e.first) : json, e.second) << e.first;
-        }
+        for (const auto& e : c.expect) EXPECT_EQ(*e.first ? at(parse(json), e.first) : json, e.second) << e.first;
         EXPECT_TRUE(log.has(c.logTails[0])) << c.logTails[0];
     }
 }

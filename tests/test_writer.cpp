@@ -28,10 +28,10 @@ uint32_t all(std::initializer_list<uint32_t> results)
 }
 
 using WriterWire = EngineTest;
-using WriterFailures = EngineTest;
-using WriterStrings = EngineTest;
 
-TEST_F(WriterWire, ExactBytes)
+// Each script runs on a fresh writer: what it returns, the last error, the bytes, the one error line it logs,
+// and data_end() afterwards (2: every container was closed; a failed begin pushes nothing, a failed end pops nothing).
+TEST_F(WriterWire, BytesCodesAndMessages)
 {
     const auto primitives = [](Writer& w) {
         return all({w.write(true), w.write(static_cast<signed char>(-2)), w.write(u16(0x0102)), w.write(short(-2)),
@@ -42,14 +42,17 @@ TEST_F(WriterWire, ExactBytes)
         const char* name;
         ZQSomeIPExtendAttr ctor;
         Script script;
-        const char* bytes;
+        const char* bytes;  // null: a 1-byte length field and 257 bytes 0xAA
+        uint32_t result = 0, last_error = 0, end = 2;
+        const char* message = nullptr;
     };
-    const ZQSomeIPExtendAttr le = attr(1), be = attr(0), be4 = attr(0, 4), be8 = attr(0, 8);
-    ZQSomeIPExtendAttr outer = attr(1, 1, 2);  // no struct length field; the rest is inherited
-    outer.struct_length_field_size = 0;
+    // `outer`: no struct length field, the rest inherited.
+    const ZQSomeIPExtendAttr le = attr(1), be = attr(0), be4 = attr(0, 4), outer{2, 2, 0, 2, 2, 1, 1};
+    const ZQSomeIPExtendAttr three = attr(0, 1, 3), none = attr(0, 4, 0), sel3 = attr(0, 1, 4, 0, 3);
     const auto text = [](std::string t, ZQSomeIPExtendAttr a, bool dynamic) -> Script {
         return [=](Writer& w) { return w.write(t, &a, dynamic); };
     };
+    const char* const nothing = "serialize array is null";
     const Case cases[] = {
         {"primitives big endian", be, primitives,
          "01 FE | 01 02 | FF FE | 01 02 03 04 | FF FF FF FE | 01 02 03 04 05 06 07 08 | FF FF FF FF FF FF FF FE"
@@ -59,8 +62,8 @@ TEST_F(WriterWire, ExactBytes)
          " | 00 00 C0 3F | 00 00 00 00 00 00 04 C0 | 45 | 45 23 | 45 23 01 00"},
         {"explicit record wins", be, [&](Writer& w) { return all({w.write(1u), w.write(1u, &le)}); },
          "00 00 00 01 | 01 00 00 00"},
-        {"union member ending on the alignment", be8,
-         [](Writer& w) { return all({w.union_data_begin(nullptr, 1), w.write(0x0102030405060708ul), w.data_end()}); },
+        {"union member ending on the alignment", attr(0, 8), [](Writer& w) {
+             return all({w.union_data_begin(nullptr, 1), w.write(0x0102030405060708ul), w.data_end()}); },
          "00 00 00 08 | 00 00 00 01 | 01 02 03 04 05 06 07 08"},
         {"string and array block in unions", be4, [](Writer& w) {  // no 0xFF before the block: its frame is in a union
              return all({w.union_data_begin(nullptr, 1), w.write("Hi", nullptr, true), w.data_end(),
@@ -68,59 +71,65 @@ TEST_F(WriterWire, ExactBytes)
                          w.data_end(), w.write(Bytes{2, 3}), w.data_end(), w.data_end()}); },
          "00 00 00 0C | 00 00 00 01 | 00 00 00 06 EF BB BF 48 69 00 | 00 00 | 00 00 00 0C | 00 00 00 03"
          " | 00 00 00 07 | 00 00 00 01 01 | 02 03 | 00"},
-        {"vector inside struct", be4, [](Writer& w) {
-             return all({w.struct_data_begin(), w.vector_data_begin(), w.write(u8(1)), w.data_end(),
-                         w.write(0xAABBCCDDu), w.write(u16(0x1122)), w.data_end()}); },
+        {"vector inside struct", be4, [](Writer& w) { return all({w.struct_data_begin(), w.vector_data_begin(),
+             w.write(u8(1)), w.data_end(), w.write(0xAABBCCDDu), w.write(u16(0x1122)), w.data_end()}); },
          "00 00 00 0E | 00 00 00 01 01 | FF FF FF | AA BB CC DD | 11 22"},
-        {"array of vectors", be4, [](Writer& w) {
-             return all({w.array_data_begin(), w.vector_data_begin(), w.write(u8(1)), w.data_end(),
-                         w.vector_data_begin(), w.write(u8(2)), w.write(u8(3)), w.data_end(), w.vector_data_begin(),
-                         w.write(u8(4)), w.data_end(), w.data_end()}); },
+        {"array of vectors", be4, [](Writer& w) { return all({w.array_data_begin(), w.vector_data_begin(),
+             w.write(u8(1)), w.data_end(), w.vector_data_begin(), w.write(u8(2)), w.write(u8(3)), w.data_end(),
+             w.vector_data_begin(), w.write(u8(4)), w.data_end(), w.data_end()}); },
          "00 00 00 15 | 00 00 00 01 01 | FF FF FF | 00 00 00 02 02 03 | FF FF | 00 00 00 01 04"},
-        {"top level: padding only after dynamic elements", be4, [](Writer& w) {
-             return all({w.write(u8(1)), w.write(2u), w.write("Hi", nullptr, true), w.write(3u), w.write(u8(4)),
-                         w.vector_data_begin(), w.data_end(), w.write(Bytes{5, 5})}); },
+        {"top level: padding only after dynamic elements", be4, [](Writer& w) { return all({w.write(u8(1)),
+             w.write(2u), w.write("Hi", nullptr, true), w.write(3u), w.write(u8(4)), w.vector_data_begin(),
+             w.data_end(), w.write(Bytes{5, 5})}); },
          "01 | 00 00 00 02 | 00 00 00 06 EF BB BF 48 69 00 | FF | 00 00 00 03 | 04 | 00 00 00 00 | FF FF FF | 05 05"},
-        {"dynamic strings in a struct", be4, [](Writer& w) {
-             return all({w.struct_data_begin(), w.write("", nullptr, true), w.write(u8(1)), w.write("x", nullptr, true),
-                         w.write(u8(2)), w.data_end()}); },
+        {"dynamic strings in a struct", be4, [](Writer& w) { return all({w.struct_data_begin(),
+             w.write("", nullptr, true), w.write(u8(1)), w.write("x", nullptr, true), w.write(u8(2)), w.data_end()}); },
          "00 00 00 15 | 00 00 00 04 EF BB BF 00 | 01 | 00 00 00 05 EF BB BF 78 00 | FF FF | 02"},
         {"dynamic strings in an array: no flag", be4, [](Writer& w) {
              return all({w.array_data_begin(), w.write("x", nullptr, true), w.write(u8(2)), w.data_end()}); },
          "00 00 00 0A | 00 00 00 05 EF BB BF 78 00 | 02"},
-        {"inherited attributes, struct without length field", be, [&](Writer& w) {
-             return all({w.struct_data_begin(&outer), w.vector_data_begin(), w.write(u16(0x0102)), w.data_end(),
-                         w.data_end()}); },
+        {"inherited attributes, struct without length field", be, [&](Writer& w) { return all({
+             w.struct_data_begin(&outer), w.vector_data_begin(), w.write(u16(0x0102)), w.data_end(), w.data_end()}); },
          "02 00 | 02 01"},
         {"top level strings: fixed defaults; in a frame: the writer's", attr(0, 8, 2, 1),
          [](Writer& w) { return all({w.write("A"), w.struct_data_begin(), w.write("A"), w.data_end()}); },
          "00 00 00 05 EF BB BF 41 00 | 00 08 | 00 06 FE FF 00 41 00 00"},
-        {"length cut to its width", attr(0, 1, 1), [](Writer& w) {
-             return all({w.struct_data_begin(), w.write(Bytes(257, 0xAA)), w.data_end(),
-                         w.tlv_data_begin(nullptr, 1)}); },
-         nullptr},
-        // Strings; "Hi", U+1F600 big endian and "" are pinned, both ways, in the engine round-trip tests.
-        {"UTF-16 empty", be, text("", attr(1, 1, 2, 1), true), "04 00 | FF FE 00 00"},
-        {"UTF-16 surrogates", be, text("\xF0\x9F\x98\x80", attr(1, 1, 1, 1), false), "08 | FF FE 3D D8 00 DE 00 00"},
-        {"UTF-16 2 and 3 bytes", be, text("\xC3\xA9\xE2\x82\xAC", attr(0, 1, 2, 1), false),
-         "00 08 | FE FF 00 E9 20 AC 00 00"},
+        {"length cut to its width", attr(0, 1, 1), [](Writer& w) { return all({w.struct_data_begin(),
+             w.write(Bytes(257, 0xAA)), w.data_end(), w.tlv_data_begin(nullptr, 1)}); }, nullptr},
+        // Strings; "Hi", U+1F600 big endian and "" are pinned, both ways, in the engine round-trip tests, and
+        // the UTF-16 forms in both orders against the standard converter below.
         {"no length field", be, text("Hi", attr(0, 1, 0), false), "EF BB BF 48 69 00"},
-        {"little endian length", be, text("Hi", attr(1, 1, 2), false), "06 00 | EF BB BF 48 69 00"},
-        {"a second mark", be, text("\xEF\xBB\xBFHi", attr(0, 1, 1), false), "09 | EF BB BF EF BB BF 48 69 00"},
+        {"a second mark", be, text("\xEF\xBB\xBFHi", attr(1, 1, 2), false), "09 00 | EF BB BF EF BB BF 48 69 00"},
         {"mark as text", be, text("\xEF\xBB\xBF", attr(0, 1, 0, 1), false), "FE FF FE FF 00 00"},
         {"UTF-8 is not validated", be, text("\xFF", attr(0, 1, 1), false), "05 | EF BB BF FF 00"},
-        {"U+0000 is kept", be, text(std::string("a\0b", 3), attr(0, 1, 1, 1), false),
-         "0A | FE FF 00 61 00 00 00 62 00 00"},
+        // Failures.
+        {"enum size 3", be, [](Writer& w) { return w.write_enum(5, 3); }, "", 1, 1, 2, "enum size:[3] error"},
+        {"empty block", be, [](Writer& w) { return w.write(Bytes{}); }, "", 2, 2, 2, nothing},
+        {"null block", be, [](Writer& w) { return w.write(static_cast<const u8*>(nullptr), 4); }, "", 2, 2, 2, nothing},
+        {"zero length", be, [](Writer& w) { return w.write(Bytes{1}.data(), 0); }, "", 2, 2, 2, nothing},
+        {"end with nothing open", be, [](Writer& w) { return w.data_end(); }, "", 2, 2},
+        {"every container with length 3", three, [](Writer& w) { return w.struct_data_begin() + w.array_data_begin() +
+             w.vector_data_begin() + w.union_data_begin(nullptr, 1); }, "", 4, 1},  // each of the four fails with 1
+        {"union selector 3", be, [&](Writer& w) { return w.union_data_begin(&sel3, 1); }, "00 00 00 00", 1, 1},
+        {"string length 3", be, [&](Writer& w) { return w.write("Hi", &three, false); }, "", 1, 1},
+        {"dynamic string without length field", be, [&](Writer& w) {
+             return all({w.write(u8(9), &none), w.write("Hi", &none, true), w.write(u8(9), &none)}); }, "09 09", 1, 1},
+        {"clear keeps the last error", be, [](Writer& w) { return all({w.write(1u), w.write_enum(1, 3),
+             w.clear() ? 0u : 9u, w.write(u8(7))}); }, "07", 1, 1, 2, "enum size:[3] error"},
+        {"negative length after clear", be, [](Writer& w) { return all({w.struct_data_begin(), w.clear() ? 0u : 9u,
+             w.data_end()}); }, "", 1, 1, 1, "length_field value:[-4], error"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Writer w(&c.ctor);
-        EXPECT_EQ(c.script(w), 0u);
-        EXPECT_EQ(w.get_last_error(), 0u);
-        EXPECT_EQ(w.data_end(), 2u);  // every container was closed
+        EXPECT_EQ(c.script(w), c.result);
+        EXPECT_EQ(w.get_last_error(), c.last_error);
         EXPECT_EQ(w.to_buffer(), c.bytes ? hex(c.bytes) : hex("01") + Bytes(257, 0xAA));
+        EXPECT_EQ(errors.size(), c.message ? 1u : 0u);
+        EXPECT_TRUE(!c.message || logged("ZQSomeIPPayloadSerializerGeneral.cpp", c.message)) << c.message;
+        errors.clear();
+        EXPECT_EQ(w.data_end(), c.end);
     }
-    EXPECT_TRUE(errors().empty());
 }
 
 TEST_F(WriterWire, LengthAndSelectorFieldsOf0124BytesInBothOrders)
@@ -139,96 +148,36 @@ TEST_F(WriterWire, LengthAndSelectorFieldsOf0124BytesInBothOrders)
     }
 }
 
-TEST_F(WriterFailures, CodesBuffersAndMessages)
+// Every text of up to four bytes drawn from the boundary values of UTF-8, in both byte orders: the standard
+// converter's code units after the length field and the mark, or, where the standard converter fails,
+// leaves a truncated tail, or lets a UTF-8-encoded surrogate (ED A0..BF) through, a range_error that
+// leaves only an empty length field and the mark.
+TEST_F(WriterWire, Utf16MatchesTheStandardConverter)
 {
-    struct Case {
-        const char* name;
-        Script act;
-        uint32_t result, last_error;
-        const char* buffer;
-        const char* message;  // the one error line's text; null: none
-    };
-    static const unsigned char block[1] = {1};
-    const ZQSomeIPExtendAttr three = attr(0, 1, 3), none = attr(0, 4, 0), four = attr(0);
-    const ZQSomeIPExtendAttr sel3 = attr(0, 1, 4, 0, 3);
-    const Case cases[] = {
-        {"enum size 3", [](Writer& w) { return w.write_enum(5, 3); }, 1, 1, "", "enum size:[3] error"},
-        {"empty block", [](Writer& w) { return w.write(Bytes{}); }, 2, 2, "", "serialize array is null"},
-        {"null block", [](Writer& w) { return w.write(static_cast<const u8*>(nullptr), 4); }, 2, 2, "",
-         "serialize array is null"},
-        {"zero length", [](Writer& w) { return w.write(block, 0); }, 2, 2, "", "serialize array is null"},
-        {"end with nothing open", [](Writer& w) { return w.data_end(); }, 2, 2, "", nullptr},
-        {"every container with length 3", [](Writer& w) {  // each of the four fails with 1
-             return w.struct_data_begin() + w.array_data_begin() + w.vector_data_begin() +
-                    w.union_data_begin(nullptr, 1); }, 4, 1, "", nullptr},
-        {"union selector 3", [&](Writer& w) { return w.union_data_begin(&sel3, 1); }, 1, 1, "00 00 00 00", nullptr},
-        {"string length 3", [&](Writer& w) { return w.write("Hi", &three, false); }, 1, 1, "", nullptr},
-        {"dynamic string without length field",
-         [&](Writer& w) { return all({w.write(u8(9), &none), w.write("Hi", &none, true), w.write(u8(9), &none)}); },
-         1, 1, "09 09", nullptr},
-        {"clear keeps the last error", [](Writer& w) {
-             return all({w.write(1u), w.write_enum(1, 3), w.clear() ? 0u : 9u, w.write(u8(7))}); },
-         1, 1, "07", "enum size:[3] error"},
-        {"negative length after clear", [&](Writer& w) {
-             return all({w.struct_data_begin(&four), w.clear() ? 0u : 9u, w.data_end()}); }, 1, 1, "",
-         "length_field value:[-4], error"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Writer w(&three);
-        EXPECT_EQ(c.act(w), c.result);
-        EXPECT_EQ(w.get_last_error(), c.last_error);
-        EXPECT_EQ(w.to_buffer(), hex(c.buffer));
-        EXPECT_EQ(errors().size(), c.message ? 1u : 0u);
-        EXPECT_TRUE(!c.message || logged("ZQSomeIPPayloadSerializerGeneral.cpp", c.message)) << c.message;
-        errors().clear();
-        // A failed begin pushes nothing; a failed end pops nothing.
-        EXPECT_EQ(w.data_end(), std::string(c.name) == "negative length after clear" ? 1u : 2u);
-    }
-}
-
-// All 1- and 2-byte texts and a spread of 3- and 4-byte ones, byte orders taking turns: the standard
-// converter's code units, or a range_error, after the length field and the mark, where the standard
-// converter throws, leaves a truncated tail, or lets a UTF-8-encoded surrogate (ED A0..BF) through.
-TEST_F(WriterStrings, Utf16MatchesTheStandardConverter)
-{
-    std::vector<std::string> texts{"a\xC0\x80", "abc\xE2\x82"};
-    const char tails[] = {'\x41', '\x80', '\xBF', '\xC0'};
-    for (int c1 = 0; c1 < 256; ++c1) {
-        texts.push_back(std::string(1, char(c1)));
-        for (int c2 = 0; c2 < 256; ++c2) texts.push_back({char(c1), char(c2)});
-        for (int c2 = 0; c1 >= 0xE0 && c1 < 0xF8 && c2 < 256; ++c2) {
-            for (char c3 : tails) {
-                texts.push_back({char(c1), char(c2), c3});
-                for (char c4 : tails) if (c1 >= 0xF0) texts.push_back({char(c1), char(c2), c3, c4});
-            }
-        }
-    }
-    std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> standard;
+    const u8 pool[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0xA0, 0xBF, 0xC0, 0xC2, 0xDF, 0xE0, 0xED, 0xF0, 0xF4, 0xF5};
+    std::vector<std::string> texts{""};
+    for (size_t i = 0; texts[i].size() < 4; ++i)
+        for (u8 b : pool) texts.push_back(texts[i] + char(b));
+    std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> standard("");  // no throwing: converted() tells
     const ZQSomeIPExtendAttr orders[2] = {attr(0, 1, 4, 1), attr(1, 1, 4, 1)};
     Writer w;
     size_t mismatches = 0;
-    for (size_t i = 0; i < texts.size(); ++i) {
-        const std::string& text = texts[i];
+    for (size_t i = 0; i < 2 * texts.size(); ++i) {
+        const std::string& text = texts[i / 2];
         const uint32_t order = i % 2;
-        std::u16string units;
-        bool valid = text.size() < 2 || text[0] != '\xED' || u8(text[1]) < 0xA0;
-        try {
-            units = standard.from_bytes(text);
-        } catch (const std::range_error&) {
-            valid = false;
-        }
-        valid = valid && standard.converted() == text.size();
-        Bytes expected = field(4, valid ? 2 * units.size() + 4 : 0, order) + field(2, 0xFEFF, order);
-        for (char16_t u : units) expected = expected + field(2, u, order);
+        const std::u16string units = standard.from_bytes(text) + u'\0';
+        bool valid = standard.converted() == text.size();
+        for (size_t k = 1; k < text.size(); ++k) valid = valid && (text[k - 1] != '\xED' || u8(text[k]) < 0xA0);
+        Bytes expected = field(4, valid ? 2 * units.size() + 2 : 0, order) + field(2, 0xFEFF, order);
+        for (size_t k = 0; valid && k < units.size(); ++k) expected = expected + field(2, units[k], order);
+        std::string thrown;
         w.clear();
         try {
             w.write(text, &orders[order], true);
-            mismatches += !valid || w.to_buffer() != expected + Bytes{0, 0};
         } catch (const std::range_error& e) {
-            mismatches += valid || std::string(e.what()) != "wstring_convert::from_bytes" ||
-                          w.to_buffer() != field(4, 0, order) + field(2, 0xFEFF, order);
+            thrown = e.what();
         }
+        mismatches += thrown != (valid ? "" : "wstring_convert::from_bytes") || w.to_buffer() != expected;
     }
     EXPECT_EQ(mismatches, 0u);
 }
