@@ -12,7 +12,7 @@ using namespace convtest;
 namespace {
 
 const int kNavigation = 0x1234;  // little endian, 16-bit length fields, 32-bit alignment, UTF-8
-const int kMedia = 0x1235;       // big endian, 32-bit length fields, 64-bit alignment, UTF-16
+const int kMedia = 0x1235;       // big endian, 32-bit length fields, no alignment, UTF-16
 const int kDiagnostics = 0x1236; // big endian, from the file-wide attributes
 
 class ApiTest : public ::testing::Test {

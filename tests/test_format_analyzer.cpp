@@ -301,27 +301,3 @@ TEST(StringToNumTest, StreamRules)
     EXPECT_EQ(StringToNum<short>("-40000"), -32768);
     EXPECT_EQ(StringToNum<unsigned long>("-1"), 18446744073709551615ul);
 }
-
-TEST_F(FormatStoreTest, ExampleTreeAttributes)
-{
-    ZQSomeIPFormatAnalyzer store;
-    ASSERT_EQ(store.loadFormatJson(SOMEIP_EXAMPLES_DIR), 0);
-    EXPECT_EQ(store.formatCount(), 3u);
-    const struct {
-        int service, method, type;
-        uint32_t lengthSize, alignment, byteOrder, stringUtf, structSize;
-    } cases[] = {
-        {0x1234, 32770, 0x02, 2, 4, 1, 0, 2},  // field notification; little endian, 16-bit fields
-        {0x1235, 1, 0x80, 4, 1, 0, 1, 4},      // UTF-16, big endian; numeric ServiceID
-        {0x1236, 2, 0x01, 1, 1, 0, 0, 0},      // no service attribute: the file's array stands in
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.service);
-        ZQSomeIPExtendAttr attr;
-        std::string format;
-        ASSERT_EQ(store.getMethodFormatbyIDWithAttr(c.service, c.method, c.type, format, attr), 0);
-        EXPECT_EQ(std::vector<uint32_t>({attr.string_length_field_size, attr.alignment, attr.byte_order,
-                                         attr.string_utf, attr.struct_length_field_size}),
-                  std::vector<uint32_t>({c.lengthSize, c.alignment, c.byteOrder, c.stringUtf, c.structSize}));
-    }
-}
