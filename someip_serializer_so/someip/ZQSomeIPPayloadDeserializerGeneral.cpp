@@ -73,20 +73,10 @@ std::string utf16_to_utf8(const uint8_t* bytes, uint32_t count, bool little_endi
 } // namespace
 
 ZQSomeIPPayloadDeserializerGeneral::ZQSomeIPPayloadDeserializerGeneral(const ZQSomeIPExtendAttr* attr)
-    : m_byte_order(new ZQSomeIPPayloadUtilsByteOrder()), m_size(0), m_index(0), m_align_pending(false),
-      m_error_code(ZQ_SOMEIP_PAYLOAD_OK)
+    : attributes(Rules::engine_attributes(attr)), m_byte_order(new ZQSomeIPPayloadUtilsByteOrder()), m_size(0),
+      m_index(0), m_align_pending(false), m_error_code(ZQ_SOMEIP_PAYLOAD_OK)
 {
-    const ZQSomeIPExtendAttr a = attr ? *attr : Rules::engine_defaults();
-    array_length_field_size = a.array_length_field_size;
-    vector_length_field_size = a.vector_length_field_size;
-    struct_length_field_size = a.struct_length_field_size;
-    string_length_field_size = a.string_length_field_size;
-    union_length_field_size = a.union_length_field_size;
-    dynamic_flag = a.dynamic_flag ? 1 : 0;
-    alignment = a.alignment;
-    union_type_field_size = a.union_type_field_size;
-    string_utf = a.string_utf;
-    Rules::apply_byte_order(*m_byte_order, a.byte_order);
+    Rules::apply_byte_order(*m_byte_order, attributes.byte_order);
 }
 
 ZQSomeIPPayloadDeserializerGeneral::~ZQSomeIPPayloadDeserializerGeneral() = default;
@@ -157,33 +147,15 @@ uint32_t ZQSomeIPPayloadDeserializerGeneral::get_length_field_size(const ZQSomeI
     return Rules::length_field_size(*frame);
 }
 
-// The reader's own attributes with the byte order currently set; counters zero.
-ZQSomeIPExtendAttr ZQSomeIPPayloadDeserializerGeneral::own_attr() const
-{
-    ZQSomeIPExtendAttr a;
-    a.array_length_field_size = array_length_field_size;
-    a.vector_length_field_size = vector_length_field_size;
-    a.struct_length_field_size = struct_length_field_size;
-    a.string_length_field_size = string_length_field_size;
-    a.union_length_field_size = union_length_field_size;
-    a.alignment = alignment;
-    a.byte_order = m_byte_order->get_network_byte_order();
-    a.union_type_field_size = union_type_field_size;
-    a.string_utf = string_utf;
-    a.dynamic_flag = dynamic_flag != 0;
-    a.length_field_value = 0;
-    a.length_field_read = 0;
-    return a;
-}
-
 ZQSomeIPInternalAttr ZQSomeIPPayloadDeserializerGeneral::get_write_attr(const ZQSomeIPExtendAttr* attr) const
 {
-    return Rules::current_attr(m_attr_list, attr, own_attr(), m_index);
+    return Rules::current_attr(m_attr_list, attr, Rules::with_current_byte_order(attributes, *m_byte_order),
+                               m_index);
 }
 
 ZQSomeIPExtendAttr ZQSomeIPPayloadDeserializerGeneral::get_begin_extend_attr(const ZQSomeIPExtendAttr* attr) const
 {
-    return Rules::begin_attr(m_attr_list, attr, own_attr());
+    return Rules::begin_attr(m_attr_list, attr, Rules::with_current_byte_order(attributes, *m_byte_order));
 }
 
 // ---------------------------------------------------------------------------------------------------

@@ -87,8 +87,6 @@ public:
     uint32_t get_size() const { return m_size; }
 
 private:
-    // The reader's default attributes, with the byte order currently set and zero counters.
-    ZQSomeIPExtendAttr own_attr() const;
     // Shared step of the primitive reads: checks, alignment skip and the raw (unconverted) bytes; on
     // success also hands back the byte order the value is to be converted from.
     template <typename U>
@@ -101,16 +99,8 @@ private:
     uint32_t read_block_into(std::vector<B>& out, uint32_t len, const ZQSomeIPExtendAttr* attr);
     uint32_t read_string(std::string& out, uint32_t len, ZQSomeIPInternalAttr& a, bool dynamic);
 
-    // Default attributes, taken from the construction record.
-    uint32_t array_length_field_size;
-    uint32_t vector_length_field_size;
-    uint32_t struct_length_field_size;
-    uint32_t string_length_field_size;
-    uint32_t union_length_field_size;
-    uint8_t dynamic_flag;
-    uint32_t alignment;
-    uint32_t union_type_field_size;
-    uint32_t string_utf;
+    // Default attributes, taken from the construction record; the byte order lives in m_byte_order.
+    ZQSomeIPExtendAttr attributes;
 
     std::unique_ptr<ZQSomeIPPayloadUtilsByteOrder> m_byte_order;
     std::vector<uint8_t> m_buffer;

@@ -25,6 +25,23 @@ struct ZQSomeIPPayloadFrameRules {
         return a;
     }
 
+    // An engine's own attributes, kept from its construction record (or the defaults above). The byte
+    // order stored here is only the initial one: the engine's byte order utility carries the current one.
+    static ZQSomeIPExtendAttr engine_attributes(const ZQSomeIPExtendAttr* attr)
+    {
+        ZQSomeIPExtendAttr a = attr ? *attr : engine_defaults();
+        a.length_field_value = 0;
+        a.length_field_read = 0;
+        return a;
+    }
+
+    // The engine's own attributes as they stand now: with the byte order currently set.
+    static ZQSomeIPExtendAttr with_current_byte_order(ZQSomeIPExtendAttr a, const ZQSomeIPPayloadUtilsByteOrder& util)
+    {
+        a.byte_order = util.get_network_byte_order();
+        return a;
+    }
+
     // Length field size that belongs to a container kind; 0 for anything that is not a container.
     static uint32_t length_field_size(uint32_t type, const ZQSomeIPExtendAttr& a)
     {

@@ -111,20 +111,10 @@ bool encode_field(const ZQSomeIPPayloadUtilsByteOrder& util, uint32_t size, uint
 } // namespace
 
 ZQSomeIPPayloadSerializerGeneral::ZQSomeIPPayloadSerializerGeneral(const ZQSomeIPExtendAttr* attr)
-    : byte_order_util(new ZQSomeIPPayloadUtilsByteOrder()), position(0), need_align(false),
-      error_code(ZQ_SOMEIP_PAYLOAD_OK)
+    : attributes(Rules::engine_attributes(attr)), byte_order_util(new ZQSomeIPPayloadUtilsByteOrder()), position(0),
+      need_align(false), error_code(ZQ_SOMEIP_PAYLOAD_OK)
 {
-    const ZQSomeIPExtendAttr a = attr ? *attr : Rules::engine_defaults();
-    array_length_field_size = a.array_length_field_size;
-    vector_length_field_size = a.vector_length_field_size;
-    struct_length_field_size = a.struct_length_field_size;
-    string_length_field_size = a.string_length_field_size;
-    union_length_field_size = a.union_length_field_size;
-    dynamic_flag = a.dynamic_flag;
-    alignment = a.alignment;
-    union_type_field_size = a.union_type_field_size;
-    string_utf = a.string_utf;
-    Rules::apply_byte_order(*byte_order_util, a.byte_order);
+    Rules::apply_byte_order(*byte_order_util, attributes.byte_order);
     buffer.reserve(kReservedBytes);
 }
 
@@ -142,27 +132,14 @@ ZQSomeIPInternalAttr ZQSomeIPPayloadSerializerGeneral::get_write_attr(const ZQSo
 {
     // Top level without a record: fixed record defaults, only alignment and byte order are the writer's.
     ZQSomeIPExtendAttr top_level;
-    top_level.alignment = alignment;
+    top_level.alignment = attributes.alignment;
     top_level.byte_order = byte_order_util->get_network_byte_order();
     return Rules::current_attr(frames, attr, top_level, position);
 }
 
 ZQSomeIPExtendAttr ZQSomeIPPayloadSerializerGeneral::get_begin_extend_attr(const ZQSomeIPExtendAttr* attr) const
 {
-    ZQSomeIPExtendAttr own;
-    own.array_length_field_size = array_length_field_size;
-    own.vector_length_field_size = vector_length_field_size;
-    own.struct_length_field_size = struct_length_field_size;
-    own.string_length_field_size = string_length_field_size;
-    own.union_length_field_size = union_length_field_size;
-    own.alignment = alignment;
-    own.byte_order = byte_order_util->get_network_byte_order();
-    own.union_type_field_size = union_type_field_size;
-    own.string_utf = string_utf;
-    own.dynamic_flag = dynamic_flag;
-    own.length_field_value = 0;
-    own.length_field_read = 0;
-    return Rules::begin_attr(frames, attr, own);
+    return Rules::begin_attr(frames, attr, Rules::with_current_byte_order(attributes, *byte_order_util));
 }
 
 uint32_t ZQSomeIPPayloadSerializerGeneral::get_begin_index() const

@@ -89,17 +89,10 @@ private:
     uint32_t write_type_field(uint32_t size, uint32_t value);
     void write_padding(uint32_t count, unsigned char byte);
 
-    // The writer's own attributes, taken from the construction record.
-    uint32_t array_length_field_size;
-    uint32_t vector_length_field_size;
-    uint32_t struct_length_field_size;
-    uint32_t string_length_field_size;
-    uint32_t union_length_field_size;
-    bool dynamic_flag;
+    // The writer's own attributes, taken from the construction record; the byte order lives in
+    // byte_order_util.
+    ZQSomeIPExtendAttr attributes;
     std::unique_ptr<ZQSomeIPPayloadUtilsByteOrder> byte_order_util;
-    uint32_t alignment;
-    uint32_t union_type_field_size;
-    uint32_t string_utf;
 
     uint32_t position;   // bytes written so far
     bool need_align;     // top-level counterpart of a frame's need_align
