@@ -48,6 +48,11 @@ int ZQSomeIPParser::getMethodFormatbyID(int serviceID, int methodID, int message
     return analyzer->getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
 }
 
+void ZQSomeIPParser::setFastPathEnabled(bool enabled)
+{
+    fast_path = enabled;
+}
+
 Inner_someipSerializer* ZQSomeIPParser::getSerializer(ZQSomeIPExtendAttr& attr)
 {
     if (serializer) {

@@ -33,10 +33,17 @@ public:
     int deserializebyMethodID(int serviceID, int methodID, int messageType, std::vector<unsigned char>& payload,
                               std::string& json);
 
+    // The compiled fast paths (format index, direct decode and encode) are on by default and give the
+    // same results as the reference converters. Turning them off runs only the reference path, which
+    // is what the agreement tests and the benchmarks compare against.
+    void setFastPathEnabled(bool enabled);
+    bool fastPathEnabled() const { return fast_path; }
+
 private:
     std::unique_ptr<ZQSomeIPFormatAnalyzer> analyzer;
     std::unique_ptr<Inner_someipSerializer> serializer;
     std::unique_ptr<Inner_someipDeserializer> deserializer;
+    bool fast_path = true;
 };
 
 } // namespace ZQSomeIP
