@@ -11,38 +11,8 @@ namespace ZQSomeIP {
 
 namespace {
 
-// SOME/IP message types and the words of "MethodType" that describe them.
-const int kMessageTypeRequest = 0x00;
-const int kMessageTypeRequestNoReturn = 0x01;
-const int kMessageTypeNotification = 0x02;
-const int kMessageTypeResponse = 0x80;
-
-// Where a message type is looked for: up to two member arrays of a service, the key that holds the ID
-// of their entries, and the "MethodType" word of the wanted "Params" entry.
-struct SearchPlan {
-    const char* arrays[2];
-    const char* idKey;
-    const char* methodType;
-};
-
-bool planFor(int messageType, SearchPlan& plan)
-{
-    if (messageType == kMessageTypeRequest) {
-        plan = {{"Methods", "Fields"}, "MethodID", "request"};
-    } else if (messageType == kMessageTypeRequestNoReturn) {
-        plan = {{"Methods", nullptr}, "MethodID", "request"};
-    } else if (messageType == kMessageTypeNotification) {
-        plan = {{"Events", "Fields"}, "EventID", "event"};
-    } else if (static_cast<unsigned>(messageType - kMessageTypeResponse) <= 1) {  // response and error
-        plan = {{"Methods", "Fields"}, "MethodID", "response"};
-    } else {
-        return false;
-    }
-    return true;
-}
-
 // The first "Params" entry of the first entry with the wanted ID whose "MethodType" matches, or null.
-Json::Value* findParams(Json::Value& entries, const SearchPlan& plan, int methodID)
+Json::Value* findParams(Json::Value& entries, const ZQSomeIPSearchPlan& plan, int methodID)
 {
     const Json::ArrayIndex count = entries.size();
     for (Json::ArrayIndex j = 0; j < count; ++j) {
@@ -59,6 +29,20 @@ Json::Value* findParams(Json::Value& entries, const SearchPlan& plan, int method
         }
     }
     return nullptr;
+}
+
+// What a successful attribute parse writes: the nine encoding fields, never the frame counters.
+void copyEncodingFields(const ZQSomeIPExtendAttr& from, ZQSomeIPExtendAttr& to)
+{
+    to.array_length_field_size = from.array_length_field_size;
+    to.vector_length_field_size = from.vector_length_field_size;
+    to.struct_length_field_size = from.struct_length_field_size;
+    to.string_length_field_size = from.string_length_field_size;
+    to.union_length_field_size = from.union_length_field_size;
+    to.alignment = from.alignment;
+    to.byte_order = from.byte_order;
+    to.union_type_field_size = from.union_type_field_size;
+    to.string_utf = from.string_utf;
 }
 
 } // namespace
@@ -133,6 +117,15 @@ int ZQSomeIPFormatAnalyzer::loadFormatJsonFile_Inner(std::string path)
         return -1;
     }
     formats.push_back(std::move(root));
+    index.addDocument(formats.back(), formats.size() - 1,
+                      [this](const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr) {
+                          Json::Value serviceAttribute = service.get("Attribute", Json::Value());
+                          if (parseAttribute(serviceAttribute, attr) == 0) {
+                              return true;
+                          }
+                          // Only read: the global attribute parser takes its owner by reference.
+                          return parseGlobalAttribute(const_cast<Json::Value&>(document), attr) == 0;
+                      });
     return 0;
 }
 
@@ -173,53 +166,90 @@ void ZQSomeIPFormatAnalyzer::recureFormatFiles(std::string dir, std::vector<std:
     closedir(handle);
 }
 
-int ZQSomeIPFormatAnalyzer::getMethodFormatbyIDWithAttr(int serviceID, int methodID, int messageType,
-                                                        std::string& format, ZQSomeIPExtendAttr& attr)
+bool ZQSomeIPFormatAnalyzer::scanDocument(Json::Value& document, int serviceID, int methodID,
+                                          const ZQSomeIPSearchPlan* plan, std::string& format,
+                                          ZQSomeIPExtendAttr& attr)
+{
+    Json::Value& services = document["Services"];
+    const Json::ArrayIndex serviceCount = services.size();
+    if (serviceCount < 1) {
+        return false;
+    }
+    for (Json::ArrayIndex i = 0; i < serviceCount; ++i) {
+        Json::Value& service = services[i];
+        if (StringToNum<int>(service["ServiceID"].asString()) != serviceID) {
+            continue;
+        }
+        // The sizes are taken (and absent keys so added) whatever the message type.
+        service["Methods"].size();
+        service["Events"].size();
+        service["Fields"].size();
+        if (plan == nullptr) {
+            continue;
+        }
+        Json::Value* params = nullptr;
+        for (const char* arrayName : plan->arrays) {
+            if (arrayName != nullptr && params == nullptr) {
+                params = findParams(service[arrayName], *plan, methodID);
+            }
+        }
+        if (params == nullptr) {
+            continue;
+        }
+        format = Json::Value((*params)["ParamsDetails"]).toStyledString();
+        Json::Value serviceAttribute = service.get("Attribute", Json::Value());
+        if (parseAttribute(serviceAttribute, attr) == -1) {
+            parseGlobalAttribute(document, attr);
+        }
+        return true;
+    }
+    return false;
+}
+
+int ZQSomeIPFormatAnalyzer::findMethodFormat(int serviceID, int methodID, int messageType, std::string& format,
+                                             ZQSomeIPExtendAttr& attr, const ZQSomeIPIndexedMethod*& method)
 {
     ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** getMethodFormatbyID(). Formats Cnt is %d",
                    static_cast<int>(formats.size()));
+    method = nullptr;
     if (formats.empty()) {
         return -1;
     }
 
     int result = -1;
-    SearchPlan plan;
-    const bool searchable = planFor(messageType, plan);
+    ZQSomeIPSearchPlan plan;
+    const bool searchable = searchPlanFor(messageType, plan);
     // Every document is searched and the last match wins: a later file overrides an earlier one.
-    for (Json::Value& document : formats) {
-        Json::Value& services = document["Services"];
-        const Json::ArrayIndex serviceCount = services.size();
-        if (serviceCount < 1) {
-            continue;
+    if (!index_enabled) {
+        for (Json::Value& document : formats) {
+            if (scanDocument(document, serviceID, methodID, searchable ? &plan : nullptr, format, attr)) {
+                result = 0;
+            }
         }
-        for (Json::ArrayIndex i = 0; i < serviceCount; ++i) {
-            Json::Value& service = services[i];
-            if (StringToNum<int>(service["ServiceID"].asString()) != serviceID) {
-                continue;
-            }
-            // The sizes are taken (and absent keys so added) whatever the message type.
-            service["Methods"].size();
-            service["Events"].size();
-            service["Fields"].size();
-            if (!searchable) {
-                continue;
-            }
-            Json::Value* params = nullptr;
-            for (const char* arrayName : plan.arrays) {
-                if (arrayName != nullptr && params == nullptr) {
-                    params = findParams(service[arrayName], plan, methodID);
+    } else {
+        for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
+            if (segment.scanned) {
+                // The scan writes its matches as it goes: an indexed match before it is written out first,
+                // so that an exception thrown further on leaves the same text behind.
+                if (method != nullptr) {
+                    format = method->styled();
+                    method = nullptr;
                 }
-            }
-            if (params == nullptr) {
+                if (scanDocument(formats[segment.document], serviceID, methodID, searchable ? &plan : nullptr,
+                                 format, attr)) {
+                    result = 0;
+                }
                 continue;
             }
-            format = Json::Value((*params)["ParamsDetails"]).toStyledString();
-            Json::Value serviceAttribute = service.get("Attribute", Json::Value());
-            if (parseAttribute(serviceAttribute, attr) == -1) {
-                parseGlobalAttribute(document, attr);
+            const ZQSomeIPFormatIndex::Slot* slot =
+                searchable ? ZQSomeIPFormatIndex::find(segment, serviceID, methodID, plan.kind) : nullptr;
+            if (slot != nullptr) {
+                method = slot->method;
+                if (slot->attr != nullptr) {
+                    copyEncodingFields(*slot->attr, attr);
+                }
+                result = 0;
             }
-            result = 0;
-            break;
         }
     }
 
@@ -228,6 +258,17 @@ int ZQSomeIPFormatAnalyzer::getMethodFormatbyIDWithAttr(int serviceID, int metho
     } else {
         ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** getMethodFormatbyID() end. result is %s", "Failed");
         result = -1;
+    }
+    return result;
+}
+
+int ZQSomeIPFormatAnalyzer::getMethodFormatbyIDWithAttr(int serviceID, int methodID, int messageType,
+                                                        std::string& format, ZQSomeIPExtendAttr& attr)
+{
+    const ZQSomeIPIndexedMethod* method = nullptr;
+    const int result = findMethodFormat(serviceID, methodID, messageType, format, attr, method);
+    if (method != nullptr) {
+        format = method->styled();
     }
     return result;
 }

@@ -1,12 +1,14 @@
 #ifndef ZQ_SOMEIP_FORMAT_ANALYZER_H
 #define ZQ_SOMEIP_FORMAT_ANALYZER_H
 
+#include <deque>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <json/json.h>
 
+#include "compiled/ZQSomeIPFormatIndex.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
@@ -47,6 +49,15 @@ public:
                                     ZQSomeIPExtendAttr& attr);
     int getMethodFormatbyID(int serviceID, int methodID, int messageType, std::string& format);
 
+    // The same lookup for the fast paths: when the winning match is an indexed one, `method` points at
+    // it and `format` is not written (the text is method->styled()); otherwise `method` is null and
+    // `format` and `attr` are exactly what getMethodFormatbyIDWithAttr leaves.
+    int findMethodFormat(int serviceID, int methodID, int messageType, std::string& format,
+                         ZQSomeIPExtendAttr& attr, const ZQSomeIPIndexedMethod*& method);
+
+    // The index is on by default; off, every lookup scans every document (the reference behaviour).
+    void setIndexEnabled(bool enabled) { index_enabled = enabled; }
+
     // Attribute parsing.
     int convertToLengthFieldSize(const std::string& text);
     int convertToUnionTypeFieldSize(const std::string& text);
@@ -61,8 +72,15 @@ public:
     size_t formatCount() const { return formats.size(); }
 
 private:
+    // The scan of one document: its first service with the ID whose member arrays hold the message
+    // writes `format` and `attr` and ends the search in this document.
+    bool scanDocument(Json::Value& document, int serviceID, int methodID, const ZQSomeIPSearchPlan* plan,
+                      std::string& format, ZQSomeIPExtendAttr& attr);
+
     std::string spare_text;
-    std::vector<Json::Value> formats;      // one root per loaded file, in load order
+    std::deque<Json::Value> formats;       // one root per loaded file, in load order; never moved
+    ZQSomeIPFormatIndex index;
+    bool index_enabled = true;
     ZQSomeIPExtendAttr global_attribute;   // the lookup defaults; never changed
 };
 

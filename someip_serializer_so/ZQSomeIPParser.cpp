@@ -1,5 +1,6 @@
 #include "ZQSomeIPParser.h"
 
+#include "compiled/ZQSomeIPFastDecoder.h"
 #include "someip/zq_someip_log.h"
 
 namespace ZQSomeIP {
@@ -51,6 +52,9 @@ int ZQSomeIPParser::getMethodFormatbyID(int serviceID, int methodID, int message
 void ZQSomeIPParser::setFastPathEnabled(bool enabled)
 {
     fast_path = enabled;
+    if (analyzer) {
+        analyzer->setIndexEnabled(enabled);
+    }
 }
 
 Inner_someipSerializer* ZQSomeIPParser::getSerializer(ZQSomeIPExtendAttr& attr)
@@ -91,10 +95,20 @@ int ZQSomeIPParser::deserializebyMethodID(int serviceID, int methodID, int messa
 {
     ZQSomeIPExtendAttr attr;  // the lookup defaults; the format's "Attribute" objects change what they name
     std::string format;
-    const int found = getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
+    const ZQSomeIPIndexedMethod* method = nullptr;
+    const int found = analyzer ? analyzer->findMethodFormat(serviceID, methodID, messageType, format, attr, method)
+                               : getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
     if (found != 0) {
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** deserializebyMethodID() End : Find Format Failed *****");
         return found;
+    }
+    // The fast decoder writes no log lines, so it serves only while logging is off.
+    if (method != nullptr) {
+        const ZQSomeIPCompiledFormat* compiled = fast_path && !zq_someip_log_enabled() ? method->compiled() : nullptr;
+        if (compiled != nullptr && fastDecode(*compiled, attr, payload, json)) {
+            return 0;
+        }
+        format = method->styled();
     }
     return getDeserializer(attr)->deserialize(payload, json, format);
 }

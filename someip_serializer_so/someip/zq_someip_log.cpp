@@ -97,6 +97,12 @@ extern "C" void zq_someip_log_output(int32_t level, const char* tag, const char*
     }
 }
 
+bool zq_someip_log_enabled()
+{
+    int32_t threshold = 0;
+    return read_threshold(threshold) && threshold != 0;
+}
+
 extern "C" void zq_someip_set_logfunc_callback(zq_someip_logfunc_t callback)
 {
     g_logfunc = callback;

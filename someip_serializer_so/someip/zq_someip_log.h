@@ -36,6 +36,10 @@ void zq_someip_base_log_base_error(void);
 #ifdef __cplusplus
 }
 
+/* True when SOMEIPSER_LOG_LEVEL lets messages through (to a callback or to standard output): code
+ * with a quiet fast path takes it only when this is false. */
+bool zq_someip_log_enabled();
+
 /* Placeholder class, exported for the same reason as the functions above. */
 class zq_someip_log_base {
 public:
