@@ -1,5 +1,7 @@
 #include "ZQSomeIPFastDecoder.h"
 
+#include <charconv>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -19,13 +21,89 @@ using Kind = ZQSomeIPParamKind;
 
 const char kIndent = '\t';  // the styled writer indents with one tab per level
 
+// Text is gathered in a small block and handed to the result string a block at a time: most pieces
+// are a few bytes, and the result then grows by whole blocks (its pages are touched only once written).
+class TextOut {
+public:
+    explicit TextOut(std::string& out) : out_(out) {}
+    ~TextOut() { flush(); }
+
+    void put(char c)
+    {
+        if (used_ == sizeof(block_)) {
+            flush();
+        }
+        block_[used_++] = c;
+    }
+    void put(const char* text, size_t len)
+    {
+        if (len > sizeof(block_) - used_) {
+            flush();
+            if (len > sizeof(block_)) {
+                out_.append(text, len);
+                return;
+            }
+        }
+        memcpy(block_ + used_, text, len);
+        used_ += len;
+    }
+    void put(const std::string& text) { put(text.data(), text.size()); }
+    void repeat(char c, size_t count)
+    {
+        while (count-- > 0) {
+            put(c);
+        }
+    }
+    void flush()
+    {
+        out_.append(block_, used_);
+        used_ = 0;
+    }
+
+private:
+    std::string& out_;
+    char block_[16384];
+    size_t used_ = 0;
+};
+
+// The "Value" text of a number, as std::to_string writes it: decimal integers, and "%f" (six
+// decimals) for float and double, which to_chars reproduces digit for digit for finite values.
+template <typename T>
+void numberText(T v, std::string& text)
+{
+    char digits[400];
+    std::to_chars_result r;
+    if constexpr (std::is_floating_point<T>::value) {
+        if (!std::isfinite(v)) {
+            text = std::to_string(v);
+            return;
+        }
+        r = std::to_chars(digits, digits + sizeof(digits), static_cast<double>(v), std::chars_format::fixed, 6);
+    } else {
+        r = std::to_chars(digits, digits + sizeof(digits), v + 0);  // 8-bit values print as numbers
+    }
+    text.assign(digits, r.ptr);
+}
+
+// Text the writer copies between quotes unchanged: printable ASCII other than quote and backslash.
+bool plain(const std::string& text)
+{
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u >= 0x7F || c == '"' || c == '\\') {
+            return false;
+        }
+    }
+    return true;
+}
+
 // How a node is shown: filled in by this walk, or as the format describes it (an empty vector
 // keeps its description untouched).
 enum class Mode { Filled, Original };
 
 class Walk {
 public:
-    Walk(const ZQSomeIPExtendAttr& attr, std::string& out) : attr_(attr), out_(out) {}
+    Walk(const ZQSomeIPExtendAttr& attr, TextOut& out) : attr_(attr), out_(out) {}
 
     // The top-level list, as the root array of the document.
     bool root(Reader& r, const std::vector<Node>& params, uint32_t remaining)
@@ -33,25 +111,25 @@ public:
         if (remaining == 0) {
             return false;
         }
-        out_ += '[';
+        out_.put('[');
         for (size_t i = 0; i < params.size(); ++i) {
             if (i > 0) {
-                out_ += ',';
+                out_.put(',');
             }
             newline(1);
             if (!param(r, params[i], remaining, 1, nullptr, 0)) {
                 return false;
             }
         }
-        out_ += "\n]\n";
+        out_.put("\n]\n", 3);
         return true;
     }
 
 private:
     void newline(int depth)
     {
-        out_ += '\n';
-        out_.append(static_cast<size_t>(depth), kIndent);
+        out_.put('\n');
+        out_.repeat(kIndent, static_cast<size_t>(depth));
     }
 
     // One filled parameter object at `depth`. `element` names the container it is element `index` of.
@@ -132,9 +210,8 @@ private:
             return false;
         }
         used = sizeof(T);
-        value_ = '"';
-        value_ += std::to_string(v);
-        value_ += '"';
+        numberText(v, value_);
+        quoted_ = false;
         return true;
     }
 
@@ -147,7 +224,8 @@ private:
                 return false;
             }
             used = 1;
-            value_ = v ? "\"true\"" : "\"false\"";
+            value_ = v ? "true" : "false";
+            quoted_ = false;
             return true;
         }
         case Kind::UInt8: return readNumber<uint8_t>(r, used);
@@ -170,7 +248,8 @@ private:
                 return false;
             }
             used = attr_.string_length_field_size + 4 + static_cast<uint32_t>(text.size());
-            value_ = Json::valueToQuotedString(text.c_str());
+            quoted_ = !plain(text);
+            value_ = quoted_ ? Json::valueToQuotedString(text.c_str()) : std::move(text);
             return true;
         }
         default:
@@ -180,14 +259,16 @@ private:
 
     void elementName(const Node& container, int index)
     {
+        char digits[16];
+        const char* end = std::to_chars(digits, digits + sizeof(digits), index).ptr;
         if (container.plain_name) {
-            out_ += '"';
-            out_ += container.name;
-            out_ += '_';
-            out_ += std::to_string(index);
-            out_ += '"';
+            out_.put('"');
+            out_.put(container.name);
+            out_.put('_');
+            out_.put(digits, static_cast<size_t>(end - digits));
+            out_.put('"');
         } else {
-            out_ += Json::valueToQuotedString((container.name + "_" + std::to_string(index)).c_str());
+            out_.put(Json::valueToQuotedString((container.name + "_" + std::string(static_cast<const char*>(digits), end)).c_str()));
         }
     }
 
@@ -196,11 +277,7 @@ private:
     bool object(Reader& r, const Node& n, const std::vector<Key>& keys, uint32_t& remaining, int depth,
                 const Node* element, int index, Mode mode)
     {
-        std::string value;
-        if (mode == Mode::Filled && n.kind < Kind::Structure) {
-            value.swap(value_);
-        }
-        out_ += '{';
+        out_.put('{');
         bool first = true;
         for (const Key& key : keys) {
             const bool shown = mode == Mode::Filled ? (key.role != Key::Name || element != nullptr || key.original)
@@ -209,14 +286,14 @@ private:
                 continue;
             }
             if (!first) {
-                out_ += ',';
+                out_.put(',');
             }
             first = false;
             newline(depth + 1);
-            out_ += key.head;
+            out_.put(key.head);
             if (mode == Mode::Original || key.role == Key::Static) {
                 if (key.role != Key::SubParams) {
-                    out_ += key.text;
+                    out_.put(key.text);
                     continue;
                 }
             }
@@ -225,16 +302,21 @@ private:
                 if (element != nullptr) {
                     elementName(*element, index);
                 } else {
-                    out_ += key.text;
+                    out_.put(key.text);
                 }
                 break;
             case Key::Value:
                 if (n.kind == Kind::Vector) {
-                    out_ += '"';
-                    out_ += std::to_string(count_);
-                    out_ += '"';
-                } else {
-                    out_ += value;
+                    numberText(count_, value_);
+                    quoted_ = false;
+                }
+                // Numbers and words need no escaping; text that does comes quoted already.
+                if (!quoted_) {
+                    out_.put('"');
+                }
+                out_.put(value_);
+                if (!quoted_) {
+                    out_.put('"');
                 }
                 break;
             case Key::SubParams:
@@ -247,7 +329,7 @@ private:
             }
         }
         newline(depth);
-        out_ += '}';
+        out_.put('}');
         return true;
     }
 
@@ -259,14 +341,14 @@ private:
         if (n.kind == Kind::Array && n.described && !inDescription) {
             return object(r, n, n.described_keys, remaining, depth, nullptr, 0, mode);
         }
-        out_ += '[';
+        out_.put('[');
         if (n.kind == Kind::Structure) {
             if (mode == Mode::Filled && remaining == 0) {
                 return false;
             }
             for (size_t i = 0; i < n.children.size(); ++i) {
                 if (i > 0) {
-                    out_ += ',';
+                    out_.put(',');
                 }
                 newline(depth + 1);
                 if (mode == Mode::Original) {
@@ -281,7 +363,7 @@ private:
         } else if (n.kind == Kind::Array) {
             for (uint32_t i = 0; i < n.count; ++i) {
                 if (i > 0) {
-                    out_ += ',';
+                    out_.put(',');
                 }
                 newline(depth + 1);
                 if (!param(r, n.children[0], remaining, depth + 1, &n, static_cast<int>(i))) {
@@ -293,7 +375,7 @@ private:
             uint32_t read = 0;
             do {
                 if (read > 0) {
-                    out_ += ',';
+                    out_.put(',');
                 }
                 newline(depth + 1);
                 if (!param(r, n.children[0], remaining, depth + 1, &n, static_cast<int>(read))) {
@@ -304,7 +386,7 @@ private:
             count_ = read;
         }
         newline(depth);
-        out_ += ']';
+        out_.put(']');
         return true;
     }
 
@@ -316,8 +398,9 @@ private:
     }
 
     const ZQSomeIPExtendAttr& attr_;
-    std::string& out_;
-    std::string value_;      // the rendered value of the basic parameter just read
+    TextOut& out_;
+    std::string value_;      // the value of the basic parameter just read (or the vector's count)
+    bool quoted_ = false;    // value_ carries its quotes and escapes already
     uint32_t count_ = 0;     // elements of the vector just walked
 };
 
@@ -331,9 +414,12 @@ bool fastDecode(const ZQSomeIPCompiledFormat& format, const ZQSomeIPExtendAttr& 
         Reader reader(&record);
         reader.from_buffer(payload);
         std::string out;
-        Walk walk(record, out);
-        if (!walk.root(reader, format.params(), static_cast<uint32_t>(payload.size()))) {
-            return false;
+        {
+            TextOut text(out);
+            Walk walk(record, text);
+            if (!walk.root(reader, format.params(), static_cast<uint32_t>(payload.size()))) {
+                return false;
+            }
         }
         json = std::move(out);
         return true;
