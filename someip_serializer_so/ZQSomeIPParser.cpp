@@ -1,6 +1,7 @@
 #include "ZQSomeIPParser.h"
 
 #include "compiled/ZQSomeIPFastDecoder.h"
+#include "compiled/ZQSomeIPFastEncoder.h"
 #include "someip/zq_someip_log.h"
 
 namespace ZQSomeIP {
@@ -82,10 +83,19 @@ int ZQSomeIPParser::serializebyMethodID(int serviceID, int methodID, int message
 {
     ZQSomeIPExtendAttr attr;  // the lookup defaults; the format's "Attribute" objects change what they name
     std::string format;
-    const int found = getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
+    const ZQSomeIPIndexedMethod* method = nullptr;
+    const int found = analyzer ? analyzer->findMethodFormat(serviceID, methodID, messageType, format, attr, method)
+                               : getMethodFormatbyIDWithAttr(serviceID, methodID, messageType, format, attr);
     if (found != 0) {
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** serializebyMethodID() End : Find Format Failed *****");
         return found;
+    }
+    // The encoder reads only the attributes of the format; the fast one writes no log lines.
+    if (fast_path && !zq_someip_log_enabled() && fastEncode(attr, json, payload)) {
+        return 0;
+    }
+    if (method != nullptr) {
+        format = method->styled();
     }
     return getSerializer(attr)->serialize(payload, json, format);
 }
