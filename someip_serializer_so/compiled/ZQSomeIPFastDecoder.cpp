@@ -54,6 +54,14 @@ public:
             put(c);
         }
     }
+    // Room for about `more` further bytes, claimed at once so that a long element list does not
+    // make the result grow (and be copied) step by step. Pages are only touched once written.
+    void reserve(size_t more)
+    {
+        if (out_.capacity() - out_.size() < used_ + more) {
+            out_.reserve(out_.size() + used_ + more);
+        }
+    }
     void flush()
     {
         out_.append(block_, used_);
@@ -372,6 +380,7 @@ private:
             }
         } else {
             // A vector: elements until its content is used up (the count is what the reader made of it).
+            reserveElements(n.children[0], remaining, depth + 1);
             uint32_t read = 0;
             do {
                 if (read > 0) {
@@ -388,6 +397,21 @@ private:
         newline(depth);
         out_.put(']');
         return true;
+    }
+
+    // An upper estimate of the text of the elements `bytes` of content hold, for basic elements of a
+    // fixed width (the content length bounds their number; the payload bounds the content).
+    void reserveElements(const Node& element, uint32_t bytes, int depth)
+    {
+        static const uint32_t kWidth[] = {1, 1, 2, 4, 8, 1, 2, 4, 8, 4, 8};
+        if (element.kind >= Kind::String) {
+            return;
+        }
+        size_t text = 40 + 2 * static_cast<size_t>(depth + 1);  // name suffix, value, braces, indents
+        for (const Key& key : element.keys) {
+            text += key.head.size() + key.text.size() + static_cast<size_t>(depth) + 4;
+        }
+        out_.reserve(static_cast<size_t>(bytes / kWidth[static_cast<int>(element.kind)]) * text);
     }
 
     void original(const Node& n, int depth)
