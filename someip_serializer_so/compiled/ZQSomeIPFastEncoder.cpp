@@ -1,14 +1,9 @@
 #include "ZQSomeIPFastEncoder.h"
 
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 #include <exception>
-#include <limits>
-#include <type_traits>
 
-#include "ZQSomeIPFormatAnalyzer.h"
 #include "ZQSomeIPLightJson.h"
+#include "ZQSomeIPNumberText.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
 
 namespace ZQSomeIP {
@@ -17,62 +12,6 @@ namespace {
 
 using Json = ZQSomeIPLightJson;
 using Writer = ZQSomeIPPayloadSerializerGeneral;
-
-// The number StringToNum<T> reads from `text`, computed directly when the text is a plain decimal
-// of a size that cannot overflow T; anything else goes through StringToNum itself.
-template <typename T>
-T number(const std::string& text)
-{
-    const char* p = text.c_str();
-    if constexpr (std::is_floating_point<T>::value) {
-        // digits, optionally one point and more digits: the stream hands exactly this to strtod.
-        const char* q = p + (*p == '-');
-        size_t digits = 0;
-        while (*q >= '0' && *q <= '9') {
-            ++q;
-            ++digits;
-        }
-        if (digits > 0 && *q == '.') {
-            ++q;
-            while (*q >= '0' && *q <= '9') {
-                ++q;
-                ++digits;
-            }
-        }
-        if (digits == 0 || *q != '\0' || digits > 40) {
-            return StringToNum<T>(text);
-        }
-        errno = 0;
-        char* end = nullptr;
-        const T v = std::is_same<T, float>::value ? static_cast<T>(strtof(p, &end)) : static_cast<T>(strtod(p, &end));
-        if (errno != 0 || end != q || !std::isfinite(v)) {
-            return StringToNum<T>(text);
-        }
-        return v;
-    } else {
-        const bool negative = *p == '-';
-        if (negative && std::is_unsigned<T>::value) {
-            return StringToNum<T>(text);
-        }
-        const char* q = p + negative;
-        // Digits that always fit: 4 for 16 bits, 9 for 32; 64-bit values are checked against the limit.
-        const size_t fit = sizeof(T) == 2 ? 4 : sizeof(T) == 4 ? 9 : 20;
-        uint64_t v = 0;
-        size_t n = 0;
-        bool overflow = false;
-        while (q[n] >= '0' && q[n] <= '9') {
-            overflow |= __builtin_mul_overflow(v, 10u, &v);
-            overflow |= __builtin_add_overflow(v, static_cast<uint64_t>(q[n] - '0'), &v);
-            ++n;
-        }
-        const uint64_t limit = std::is_signed<T>::value ? static_cast<uint64_t>(std::numeric_limits<T>::max()) + negative
-                                                        : static_cast<uint64_t>(std::numeric_limits<T>::max());
-        if (n == 0 || n > fit || q[n] != '\0' || overflow || v > limit) {
-            return StringToNum<T>(text);
-        }
-        return negative ? static_cast<T>(0 - v) : static_cast<T>(v);
-    }
-}
 
 class Walk {
 public:
@@ -168,27 +107,27 @@ private:
         if (type == "bool") {
             rc = w_.write(n == "true", nullptr);
         } else if (type == "uint32_t") {
-            rc = w_.write(number<unsigned int>(n), nullptr);
+            rc = w_.write(quickStringToNum<unsigned int>(n), nullptr);
         } else if (type == "uint8_t") {
-            rc = w_.write(static_cast<unsigned char>(number<short>(n)), nullptr);
+            rc = w_.write(static_cast<unsigned char>(quickStringToNum<short>(n)), nullptr);
         } else if (type == "STRING") {
             rc = w_.write(value_, nullptr, false);
         } else if (type == "float") {
-            rc = w_.write(number<float>(n), nullptr);
+            rc = w_.write(quickStringToNum<float>(n), nullptr);
         } else if (type == "double") {
-            rc = w_.write(number<double>(n), nullptr);
+            rc = w_.write(quickStringToNum<double>(n), nullptr);
         } else if (type == "int8_t") {
-            rc = w_.write(static_cast<signed char>(number<short>(n)), nullptr);
+            rc = w_.write(static_cast<signed char>(quickStringToNum<short>(n)), nullptr);
         } else if (type == "int16_t") {
-            rc = w_.write(number<short>(n), nullptr);
+            rc = w_.write(quickStringToNum<short>(n), nullptr);
         } else if (type == "int32_t") {
-            rc = w_.write(number<int>(n), nullptr);
+            rc = w_.write(quickStringToNum<int>(n), nullptr);
         } else if (type == "int64_t") {
-            rc = w_.write(number<long>(n), nullptr);
+            rc = w_.write(quickStringToNum<long>(n), nullptr);
         } else if (type == "uint16_t") {
-            rc = w_.write(number<unsigned short>(n), nullptr);
+            rc = w_.write(quickStringToNum<unsigned short>(n), nullptr);
         } else if (type == "uint64_t") {
-            rc = w_.write(number<unsigned long>(n), nullptr);
+            rc = w_.write(quickStringToNum<unsigned long>(n), nullptr);
         } else {
             return false;
         }

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "ZQSomeIPCompiledFormat.h"
-#include "ZQSomeIPFormatAnalyzer.h"
+#include "ZQSomeIPNumberText.h"
 
 namespace ZQSomeIP {
 
@@ -37,7 +37,7 @@ bool keyed(const Json::Value& v)
 // The ID the scan reads from `owner[key]`; throws where the scan throws.
 int idOf(const Json::Value& owner, const char* key)
 {
-    return StringToNum<int>(owner.isObject() ? owner.get(key, Json::Value()).asString() : std::string());
+    return quickStringToNum<int>(owner.isObject() ? owner.get(key, Json::Value()).asString() : std::string());
 }
 
 } // namespace
