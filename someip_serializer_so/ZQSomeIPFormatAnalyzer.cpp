@@ -119,12 +119,7 @@ int ZQSomeIPFormatAnalyzer::loadFormatJsonFile_Inner(std::string path)
     formats.push_back(std::move(root));
     index.addDocument(formats.back(), formats.size() - 1,
                       [this](const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr) {
-                          Json::Value serviceAttribute = service.get("Attribute", Json::Value());
-                          if (parseAttribute(serviceAttribute, attr) == 0) {
-                              return true;
-                          }
-                          // Only read: the global attribute parser takes its owner by reference.
-                          return parseGlobalAttribute(const_cast<Json::Value&>(document), attr) == 0;
+                          return readLookupAttributes(service, document, attr);
                       });
     return 0;
 }
@@ -365,6 +360,17 @@ int ZQSomeIPFormatAnalyzer::parseGlobalAttribute(Json::Value& owner, ZQSomeIPExt
     }
     Json::Value first = global[0];
     return parseAttribute(first, attr);
+}
+
+bool ZQSomeIPFormatAnalyzer::readLookupAttributes(const Json::Value& service, const Json::Value& document,
+                                                  ZQSomeIPExtendAttr& attr)
+{
+    Json::Value serviceAttribute = service.get("Attribute", Json::Value());
+    if (parseAttribute(serviceAttribute, attr) == 0) {
+        return true;
+    }
+    // Only read: the global attribute parser takes its owner by reference.
+    return parseGlobalAttribute(const_cast<Json::Value&>(document), attr) == 0;
 }
 
 ZQSomeIPExtendAttr* ZQSomeIPFormatAnalyzer::getGlobalAttribute()

@@ -67,6 +67,10 @@ public:
     int parseAttribute(Json::Value& attribute, ZQSomeIPExtendAttr& attr);
     int parseGlobalAttribute(Json::Value& owner, ZQSomeIPExtendAttr& attr);
     ZQSomeIPExtendAttr* getGlobalAttribute();
+    // The attributes a lookup match in `service` of `document` applies: the service's "Attribute"
+    // object, else the first object of the file's "Attribute" array; false (and `attr` untouched) if
+    // neither can be read. Throws where the lookup throws.
+    bool readLookupAttributes(const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr);
 
     // Number of loaded documents.
     size_t formatCount() const { return formats.size(); }

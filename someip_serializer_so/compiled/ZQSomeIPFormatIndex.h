@@ -39,6 +39,8 @@ public:
     }
 
     bool hasAttr() const { return has_attr_; }
+    // The "ParamsDetails" value in its document; null when the entry has none.
+    const Json::Value* details() const { return details_; }
     const ZQSomeIPExtendAttr& attr() const { return attr_; }
 
     // The styled text of "ParamsDetails", rendered once.
@@ -84,9 +86,9 @@ public:
 
     const std::vector<Segment>& segments() const { return segments_; }
     static const Slot* find(const Segment& segment, int serviceID, int methodID, ZQSomeIPSearchKind kind);
+    static uint64_t key(int serviceID, int methodID, ZQSomeIPSearchKind kind);
 
 private:
-    static uint64_t key(int serviceID, int methodID, ZQSomeIPSearchKind kind);
     // Fills `found` with the first match of every key in document order; false if the document is irregular.
     bool collect(const Json::Value& document, const AttributeReader& readAttr,
                  std::unordered_map<uint64_t, const ZQSomeIPIndexedMethod*>& found);

@@ -51,9 +51,11 @@ void ZQSomeIPLightJson::blanks()
     }
 }
 
-bool ZQSomeIPLightJson::parse(const std::string& text)
+bool ZQSomeIPLightJson::parse(std::string_view text, Grammar grammar)
 {
-    p_ = text.data();
+    grammar_ = grammar;
+    begin_ = text.data();
+    p_ = begin_;
     end_ = p_ + text.size();
     nodes_.clear();
     items_.clear();
@@ -181,6 +183,36 @@ bool ZQSomeIPLightJson::number(std::string_view& out)
         ++p_;
     }
     const size_t count = static_cast<size_t>(p_ - digits);
+    if (grammar_ == Grammar::Standard) {
+        // The literal, checked against the JSON number grammar.
+        if (count == 0 || (count > 1 && *digits == '0')) {
+            return false;
+        }
+        if (p_ < end_ && *p_ == '.') {
+            const char* fraction = ++p_;
+            while (p_ < end_ && *p_ >= '0' && *p_ <= '9') {
+                ++p_;
+            }
+            if (p_ == fraction) {
+                return false;
+            }
+        }
+        if (p_ < end_ && (*p_ == 'e' || *p_ == 'E')) {
+            ++p_;
+            if (p_ < end_ && (*p_ == '+' || *p_ == '-')) {
+                ++p_;
+            }
+            const char* exponent = p_;
+            while (p_ < end_ && *p_ >= '0' && *p_ <= '9') {
+                ++p_;
+            }
+            if (p_ == exponent) {
+                return false;
+            }
+        }
+        out = std::string_view(start, static_cast<size_t>(p_ - start));
+        return true;
+    }
     // Fractions, exponents and integers that might not fit 64 bits are read as doubles by the reader.
     if (count == 0 || count > 18 || (p_ < end_ && (*p_ == '.' || *p_ == 'e' || *p_ == 'E'))) {
         return false;
@@ -251,7 +283,7 @@ bool ZQSomeIPLightJson::container(uint32_t index, int depth, bool object)
         node.type = Type::Object;
         node.first = static_cast<uint32_t>(members_.size());
         // The reader keeps one member per key; merging is left to it.
-        for (size_t i = base; i < open_.size(); ++i) {
+        for (size_t i = grammar_ == Grammar::Classic ? base : open_.size(); i < open_.size(); ++i) {
             for (size_t j = base; j < i; ++j) {
                 if (open_[i].key == open_[j].key) {
                     return false;

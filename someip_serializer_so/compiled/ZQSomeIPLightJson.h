@@ -9,7 +9,7 @@
 
 namespace ZQSomeIP {
 
-// A small JSON reader for the fast encoder. It accepts only text on which the library's JSON reader
+// A small JSON reader for the fast encoder and the plain codec. It accepts only text on which the library's JSON reader
 // (comments allowed, trailing text ignored, duplicate keys merged, large numbers read as doubles)
 // is certain to build the same document: plain JSON with integers of at most 18 digits, distinct keys
 // in every object, no comments, nothing but blanks after the root, and bounded nesting. Anything
@@ -30,9 +30,15 @@ public:
         uint32_t value = 0;     // node index
     };
 
-    // False if the text is outside the accepted subset (or not JSON at all). The nodes refer into
-    // `text`, which must outlive them. An instance may be reused; its storage is kept.
-    bool parse(const std::string& text);
+    // What is accepted. Classic: the subset above. Standard: any JSON text, numbers kept as their
+    // literal text (fractions, exponents, any size), repeated keys kept for the caller to judge.
+    enum class Grammar { Classic, Standard };
+
+    // False if the text is outside the accepted grammar (or not JSON at all); errorOffset() then
+    // tells where reading stopped. The nodes refer into `text`, which must outlive them. An instance
+    // may be reused; its storage is kept.
+    bool parse(std::string_view text, Grammar grammar = Grammar::Classic);
+    size_t errorOffset() const { return static_cast<size_t>(p_ - begin_); }
 
     const Node& root() const { return nodes_[0]; }
     const Node& node(uint32_t index) const { return nodes_[index]; }
@@ -49,8 +55,10 @@ private:
     bool number(std::string_view& out);
     void blanks();
 
+    const char* begin_ = nullptr;
     const char* p_ = nullptr;
     const char* end_ = nullptr;
+    Grammar grammar_ = Grammar::Classic;
     std::vector<Node> nodes_;
     std::vector<uint32_t> items_;
     std::vector<Member> members_;

@@ -1,0 +1,275 @@
+#include "ZQSomeIPFormatSet.h"
+
+#include <algorithm>
+#include <deque>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include <json/json.h>
+
+#include "ZQSomeIPFormatAnalyzer.h"
+#include "ZQSomeIPFormatIndex.h"
+
+namespace ZQSomeIP {
+
+namespace {
+
+using Param = ZQSomeIPPlainParam;
+
+const char* const kErrorNames[] = {
+    "ok", "unknown_message", "unsupported_format", "truncated", "length_beyond_data", "length_mismatch",
+    "bad_string", "trailing_bytes", "bad_json", "wrong_type", "out_of_range", "missing_member",
+    "unknown_member", "wrong_count", "too_long", "file_error", "bad_format_file",
+};
+
+struct TypeName {
+    const char* text;
+    Param::Kind kind;
+};
+const TypeName kTypes[] = {
+    {"bool", Param::Bool},     {"uint8_t", Param::UInt8},   {"uint16_t", Param::UInt16},
+    {"uint32_t", Param::UInt32}, {"uint64_t", Param::UInt64}, {"int8_t", Param::Int8},
+    {"int16_t", Param::Int16}, {"int32_t", Param::Int32},   {"int64_t", Param::Int64},
+    {"float", Param::Float},   {"double", Param::Double},   {"STRING", Param::String},
+    {"STRUCTURE", Param::Structure}, {"ARRAY", Param::Array}, {"VECTOR", Param::Vector},
+};
+
+void appendEscaped(std::string& out, const std::string& text)
+{
+    static const char hex[] = "0123456789abcdef";
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            out += "\\u00";
+            out += hex[u >> 4];
+            out += hex[u & 15];
+        } else {
+            out += c;
+        }
+    }
+}
+
+// Compiles one parameter list; false with `why` set when the plain codec cannot use it.
+bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::vector<Param>& out, std::string& why);
+
+bool compileElement(const Json::Value& sub, const ZQSomeIPExtendAttr& attr, Param& p, std::string& why)
+{
+    // A fixed array's element may be described directly, or inside an object of its own (the form
+    // the classic decoder expects at the top level); both read the same here.
+    const Json::Value& list = sub.isObject() ? sub["SubParams"] : sub;
+    if (!list.isArray() || list.empty()) {
+        why = "parameter \"" + p.name + "\" has no element description";
+        return false;
+    }
+    Json::Value element(Json::arrayValue);
+    element.append(list[0]);
+    return compileList(element, attr, p.members, why);
+}
+
+bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::vector<Param>& out, std::string& why)
+{
+    if (!list.isArray()) {
+        why = "the parameter list is not an array";
+        return false;
+    }
+    std::set<std::string> names;
+    for (const Json::Value& item : list) {
+        if (!item.isObject() || !item["ParamName"].isString() || !item["ParamType"].isString()) {
+            why = "a parameter without a \"ParamName\" and \"ParamType\" text";
+            return false;
+        }
+        Param p;
+        p.name = item["ParamName"].asString();
+        const std::string type = item["ParamType"].asString();
+        const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                        [&type](const TypeName& t) { return type == t.text; });
+        if (found == std::end(kTypes)) {
+            why = "parameter \"" + p.name + "\" has the unknown type \"" + type + "\"";
+            return false;
+        }
+        if (!names.insert(p.name).second) {
+            why = "two parameters are named \"" + p.name + "\"";
+            return false;
+        }
+        p.kind = found->kind;
+        p.key = "\"";
+        appendEscaped(p.key, p.name);
+        p.key += "\":";
+        const Json::Value& sub = item["SubParams"];
+        if (p.kind == Param::String && attr.string_length_field_size == 0) {
+            why = "string \"" + p.name + "\" has no length field (its service's StringLengthFieldSize is 0)";
+            return false;
+        }
+        if (p.kind == Param::Structure) {
+            if (!sub.isNull() && !compileList(sub, attr, p.members, why)) {
+                return false;
+            }
+        } else if (p.kind == Param::Array) {
+            const Json::Value& count = item["Value"];
+            if (count.isArray() || count.isObject()) {
+                why = "array \"" + p.name + "\" has no element count";
+                return false;
+            }
+            p.count = StringToNum<unsigned int>(count.asString());
+            if (!compileElement(sub, attr, p, why)) {
+                return false;
+            }
+        } else if (p.kind == Param::Vector) {
+            if (attr.vector_length_field_size == 0) {
+                why = "vector \"" + p.name + "\" has no length field (its service's VectorLengthFieldSize is 0)";
+                return false;
+            }
+            if (!compileElement(sub, attr, p, why)) {
+                return false;
+            }
+        }
+        out.push_back(std::move(p));
+    }
+    return true;
+}
+
+// Line and column (both from 1) of a byte offset in `text`.
+void lineAndColumn(const std::string& text, size_t offset, size_t& line, size_t& column)
+{
+    line = 1;
+    column = 1;
+    for (size_t i = 0; i < offset && i < text.size(); ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+}
+
+ZQSomeIPPlainStatus loadError(ZQSomeIPPlainError code, const std::string& file, const std::string& message)
+{
+    ZQSomeIPPlainStatus status;
+    status.code = code;
+    status.path = file;
+    status.message = message;
+    return status;
+}
+
+} // namespace
+
+const char* plainErrorName(ZQSomeIPPlainError code)
+{
+    const auto index = static_cast<size_t>(code);
+    return index < std::size(kErrorNames) ? kErrorNames[index] : "unknown_error";
+}
+
+std::string ZQSomeIPPlainStatus::toJson() const
+{
+    std::string out = "{\"code\":\"";
+    out += plainErrorName(code);
+    out += "\",";
+    if (path.empty()) {
+        out += "\"offset\":" + std::to_string(offset);
+    } else {
+        out += "\"path\":\"";
+        appendEscaped(out, path);
+        out += '"';
+    }
+    out += ",\"message\":\"";
+    appendEscaped(out, message);
+    out += "\"}";
+    return out;
+}
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::string& path, ZQSomeIPPlainStatus& status)
+{
+    status = ZQSomeIPPlainStatus();
+    // The classic loader's rules decide which files a path names.
+    ZQSomeIPFormatAnalyzer rules;
+    std::vector<std::string> files;
+    const int type = rules.pathType(path);
+    if (type == 0) {
+        files.push_back(path);
+    } else if (type == 1) {
+        rules.recureFormatFiles(path, files);
+    } else {
+        status = loadError(ZQSomeIPPlainError::FileError, path, "not a file or directory");
+        return nullptr;
+    }
+    if (files.empty()) {
+        status = loadError(ZQSomeIPPlainError::FileError, path, "no format file (*.json) in this directory tree");
+        return nullptr;
+    }
+
+    std::deque<Json::Value> documents;
+    ZQSomeIPFormatIndex index;
+    for (const std::string& file : files) {
+        std::ifstream stream(file, std::ios::in | std::ios::binary);
+        std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+        if (!stream.good() && !stream.eof()) {
+            status = loadError(ZQSomeIPPlainError::FileError, file, "cannot be read");
+            return nullptr;
+        }
+        Json::Reader reader;
+        Json::Value root;
+        bool parsed = false;
+        try {
+            parsed = reader.parse(text, root, false);
+        } catch (const std::exception& e) {
+            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, e.what());
+            return nullptr;
+        }
+        if (!parsed) {
+            const auto errors = reader.getStructuredErrors();
+            size_t line = 0, column = 0;
+            lineAndColumn(text, errors.empty() ? 0 : static_cast<size_t>(errors.front().offset_start), line, column);
+            std::string why = errors.empty() ? "not JSON" : errors.front().message;
+            status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
+                               "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + why);
+            return nullptr;
+        }
+        documents.push_back(std::move(root));
+        index.addDocument(documents.back(), documents.size() - 1,
+                          [&rules](const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr) {
+                              return rules.readLookupAttributes(service, document, attr);
+                          });
+        if (index.segments().back().scanned) {
+            status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
+                               "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" values "
+                               "are not of the kinds a format file holds");
+            return nullptr;
+        }
+    }
+
+    auto set = std::make_shared<ZQSomeIPFormatSet>();
+    for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
+        for (const auto& entry : segment.table) {
+            auto method = std::make_shared<ZQSomeIPPlainMethod>();
+            if (entry.second.attr != nullptr) {
+                method->attr = *entry.second.attr;  // read into a fresh record: the lookup defaults elsewhere
+            }
+            const Json::Value* details = entry.second.method->details();
+            if (details == nullptr) {
+                method->unsupported = "the format has no \"ParamsDetails\"";
+            } else if (!compileList(*details, method->attr, method->params, method->unsupported)) {
+                method->params.clear();
+            }
+            set->methods_[entry.first] = std::move(method);
+        }
+    }
+    return set;
+}
+
+const ZQSomeIPPlainMethod* ZQSomeIPFormatSet::find(int serviceID, int methodID, int messageType) const
+{
+    ZQSomeIPSearchPlan plan;
+    if (!searchPlanFor(messageType, plan)) {
+        return nullptr;
+    }
+    const auto it = methods_.find(ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind));
+    return it == methods_.end() ? nullptr : it->second.get();
+}
+
+} // namespace ZQSomeIP
