@@ -117,6 +117,37 @@ locale_t cLocale()
     return c;
 }
 
+// Where the walk is, kept as a stack of names and indices and spelled out only for a message.
+class Where {
+public:
+    void push(const std::string& name) { parts_.push_back({&name, 0}); }
+    void push(uint32_t index) { parts_.push_back({nullptr, index}); }
+    void pop() { parts_.pop_back(); }
+    // "a.b[2].c", with `root` in front ("$" for JSON paths; nothing for decode messages).
+    std::string text(const char* root) const
+    {
+        std::string out = root;
+        for (const Part& part : parts_) {
+            if (part.name == nullptr) {
+                out += '[' + std::to_string(part.index) + ']';
+            } else {
+                if (!out.empty()) {
+                    out += '.';
+                }
+                out += *part.name;
+            }
+        }
+        return out;
+    }
+
+private:
+    struct Part {
+        const std::string* name;
+        uint32_t index;
+    };
+    std::vector<Part> parts_;
+};
+
 // ---------------------------------------------------------------------------------------------------
 // Decode
 
@@ -140,13 +171,11 @@ public:
             if (pretty_) {
                 out_ += ' ';
             }
-            const size_t mark = path_.size();
-            path_ += depth == 0 ? "" : ".";
-            path_ += members[i].name;
+            where_.push(members[i].name);
             if (!value(r, base, members[i], depth + 1)) {
                 return false;
             }
-            path_.resize(mark);
+            where_.pop();
         }
         if (!members.empty()) {
             newline(depth);
@@ -159,7 +188,8 @@ public:
     {
         status_.code = code;
         status_.offset = offset;
-        status_.message = (path_.empty() ? std::string("payload") : path_) + ": " + what;
+        const std::string place = where_.text("");
+        status_.message = (place.empty() ? std::string("payload") : place) + ": " + what;
         return false;
     }
 
@@ -407,14 +437,11 @@ private:
             out_ += ',';
         }
         newline(depth + 1);
-        const size_t mark = path_.size();
-        path_ += '[';
-        path_ += std::to_string(i);
-        path_ += ']';
+        where_.push(i);
         if (!value(r, base, p.members[0], depth + 1)) {
             return false;
         }
-        path_.resize(mark);
+        where_.pop();
         return true;
     }
 
@@ -431,7 +458,7 @@ private:
     bool pretty_;
     std::string& out_;
     ZQSomeIPPlainStatus& status_;
-    std::string path_;  // the parameter at hand, for messages
+    Where where_;
 };
 
 // ---------------------------------------------------------------------------------------------------
@@ -449,7 +476,41 @@ public:
         if (v.type != Json::Type::Object) {
             return fail(Error::WrongType, "expects an object");
         }
-        // Every JSON member must name a parameter, once.
+        // Each parameter takes its member, looked for where it usually is (the same position) first.
+        uint32_t matched = 0;
+        for (size_t i = 0; i < members.size(); ++i) {
+            const Param& p = members[i];
+            const Json::Node* child = nullptr;
+            if (i < v.count && doc_.member(v, static_cast<uint32_t>(i)).key == p.name) {
+                child = &doc_.node(doc_.member(v, static_cast<uint32_t>(i)).value);
+            } else {
+                for (uint32_t k = 0; k < v.count && child == nullptr; ++k) {
+                    if (doc_.member(v, k).key == p.name) {
+                        child = &doc_.node(doc_.member(v, k).value);
+                    }
+                }
+            }
+            if (child == nullptr) {
+                // A member the format does not have is the better report than the one it misses.
+                if (!unknownMembers(v, members)) {
+                    return false;
+                }
+                where_.push(p.name);
+                return fail(Error::MissingMember, "is missing");
+            }
+            ++matched;
+            where_.push(p.name);
+            if (!value(*child, p, depth)) {
+                return false;
+            }
+            where_.pop();
+        }
+        return matched == v.count || unknownMembers(v, members);
+    }
+
+    // False (with the report) if a member names no parameter or names one twice.
+    bool unknownMembers(const Json::Node& v, const std::vector<Param>& members)
+    {
         for (uint32_t i = 0; i < v.count; ++i) {
             const Json::Member& m = doc_.member(v, i);
             const auto known = std::find_if(members.begin(), members.end(),
@@ -463,32 +524,14 @@ public:
                 }
             }
         }
-        for (const Param& p : members) {
-            const Json::Node* child = nullptr;
-            for (uint32_t i = 0; i < v.count && child == nullptr; ++i) {
-                if (doc_.member(v, i).key == p.name) {
-                    child = &doc_.node(doc_.member(v, i).value);
-                }
-            }
-            const size_t mark = path_.size();
-            path_ += '.';
-            path_ += p.name;
-            if (child == nullptr) {
-                return fail(Error::MissingMember, "is missing");
-            }
-            if (!value(*child, p, depth)) {
-                return false;
-            }
-            path_.resize(mark);
-        }
         return true;
     }
 
     bool fail(Error code, const std::string& what)
     {
         status_.code = code;
-        status_.path = path_;
-        status_.message = path_ + " " + what;
+        status_.path = where_.text("$");
+        status_.message = status_.path + " " + what;
         return false;
     }
 
@@ -598,14 +641,11 @@ private:
     bool list(const Json::Node& v, const Param& p, int depth)
     {
         for (uint32_t i = 0; i < v.count; ++i) {
-            const size_t mark = path_.size();
-            path_ += '[';
-            path_ += std::to_string(i);
-            path_ += ']';
+            where_.push(i);
             if (!value(doc_.node(doc_.item(v, i)), p.members[0], depth)) {
                 return false;
             }
-            path_.resize(mark);
+            where_.pop();
         }
         return true;
     }
@@ -659,7 +699,7 @@ private:
     const Json& doc_;
     Writer& w_;
     ZQSomeIPPlainStatus& status_;
-    std::string path_ = "$";
+    Where where_;
 };
 
 const ZQSomeIPPlainMethod* method(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
@@ -695,6 +735,7 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID,
         return status;
     }
     std::string out;
+    out.reserve(64 + size * 4);  // the text of a payload is a few times its size
     Decoder decoder(m->attr, payload, options.pretty, out, status);
     try {
         ZQSomeIPExtendAttr attr = m->attr;
