@@ -363,6 +363,12 @@ private:
 
     bool value(Reader& r, size_t base, const Param& p, int depth)
     {
+        // The writer opens a top-level container without padding and so drops a pending "align the
+        // next element" (left by a string or vector before it); the reader would keep it for the
+        // next value. Dropped here as well, so that both directions agree on where values lie.
+        if (depth == 1 && p.kind >= Param::Structure) {
+            r.calc_size(ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE, 0);
+        }
         switch (p.kind) {
         case Param::Bool: {
             const size_t at = r.get_index();
@@ -404,23 +410,21 @@ private:
             if (!openContainer(r, base, p, r.vector_data_begin(nullptr))) {
                 return false;
             }
-            // The content is read by a reader of its own, as the classic decoder does.
-            const size_t at = r.get_index();
-            uint8_t* content = nullptr;
-            uint32_t len = 0;
-            if (r.read(&content, &len, nullptr) != 0 || content == nullptr) {
-                const uint32_t length = peekLength(data_ + base, r.get_begin_index(), attr_.vector_length_field_size, attr_);
-                return fail(Error::LengthBeyondData, base + r.get_begin_index(),
+            // Elements are read in place, until the content the length field announces is used up:
+            // padding inside the vector then counts from where the writer counts it.
+            const size_t begin = r.get_begin_index();
+            const uint32_t lfs = attr_.vector_length_field_size;
+            const uint32_t length = peekLength(data_ + base, begin, lfs, attr_);
+            const size_t end = begin + lfs + static_cast<size_t>(length);
+            if (end > r.get_size()) {
+                return fail(Error::LengthBeyondData, base + begin,
                             "the vector's length field says " + std::to_string(length) + " bytes, " +
-                                std::to_string(r.get_size() > at ? r.get_size() - at : 0) + " remain");
+                                std::to_string(r.get_size() - begin - lfs) + " remain");
             }
-            const size_t innerBase = base + (r.get_index() - len);
-            Reader inner(&attr_);
-            inner.from_buffer(std::vector<uint8_t>(content, content + len));
             out_ += '[';
             uint32_t i = 0;
-            while (inner.get_index() < inner.get_size()) {
-                if (!element(inner, innerBase, p, i++, depth)) {
+            while (r.get_index() < end) {
+                if (!element(r, base, p, i++, depth)) {
                     return false;
                 }
             }
