@@ -9,6 +9,7 @@ command -v g++        >/dev/null 2>&1 || need+=(g++)
 command -v make       >/dev/null 2>&1 || need+=(make)
 command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
 pkg-config --exists jsoncpp 2>/dev/null  || need+=(libjsoncpp-dev)
+pkg-config --exists libpcap 2>/dev/null  || need+=(libpcap-dev)
 [ -f /usr/include/gtest/gtest.h ]        || need+=(libgtest-dev)
 
 if [ ${#need[@]} -eq 0 ]; then
