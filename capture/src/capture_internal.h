@@ -1,0 +1,133 @@
+// Building blocks shared by the capture reader's layers. Not installed; nothing here is exported.
+#ifndef ZQ_SOMEIP_CAPTURE_INTERNAL_H
+#define ZQ_SOMEIP_CAPTURE_INTERNAL_H
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZQSomeIPCapture.h"
+
+namespace ZQSomeIP {
+namespace capture {
+namespace detail {
+
+inline uint16_t be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+inline uint32_t be32(const uint8_t* p)
+{
+    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+}
+
+// ---- Frames ----
+
+// Link types as capture files name them (LINKTYPE_*); the DLT values libpcap hands out for raw IP are
+// accepted too.
+enum : uint32_t {
+    kLinkNull = 0, kLinkEthernet = 1, kLinkRawDlt12 = 12, kLinkRawDlt14 = 14, kLinkRaw = 101,
+    kLinkLoop = 108, kLinkSll = 113, kLinkIpv4 = 228, kLinkIpv6 = 229, kLinkSll2 = 276,
+};
+
+struct Frame {
+    uint64_t number = 0;
+    int64_t seconds = 0;
+    uint32_t nanoseconds = 0;
+    uint8_t time_digits = 6;
+    uint32_t link_type = 0;
+    const uint8_t* data = nullptr;  // valid until the next read
+    uint32_t captured = 0;
+    uint32_t original = 0;
+};
+
+// A capture file read frame by frame.
+class FrameSource {
+public:
+    virtual ~FrameSource() = default;
+    // 1: `frame` filled; 0: clean end; -1: the file is damaged or truncated (error() says how).
+    virtual int next(Frame& frame) = 0;
+    virtual uint64_t bytesRead() const = 0;
+    uint64_t fileSize() const { return file_size_; }
+    const std::string& error() const { return error_; }
+
+protected:
+    uint64_t file_size_ = 0;
+    std::string error_;
+};
+
+// Opens `path` ("-": standard input). Classic pcap goes through libpcap; pcapng is read block by block
+// here, since libpcap neither says which interface a packet came from nor accepts interfaces of different
+// link types in one file. Null with `error` set when the file cannot be opened or is no capture.
+std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::string& error);
+
+// ---- Addresses ----
+
+void setEndpoint(Endpoint& e, uint8_t family, const uint8_t* address, uint16_t port, bool with_port);
+
+// A fixed-size flow or reassembly key: bytes compared and hashed as six words.
+struct Key {
+    uint64_t w[6] = {};
+    bool operator==(const Key& o) const { return std::memcmp(w, o.w, sizeof w) == 0; }
+};
+struct KeyHash {
+    size_t operator()(const Key& k) const
+    {
+        uint64_t h = 0x9E3779B97F4A7C15ull;
+        for (uint64_t v : k.w) h = (h ^ v) * 0xFF51AFD7ED558CCDull, h ^= h >> 32;
+        return static_cast<size_t>(h);
+    }
+};
+// Writes `size` bytes at byte `at` of the key (at + size <= 48).
+inline void keyPut(Key& k, size_t at, const void* bytes, size_t size)
+{
+    std::memcpy(reinterpret_cast<uint8_t*>(k.w) + at, bytes, size);
+}
+
+// ---- Reassembly ----
+
+// Bytes of one datagram or message gathered from pieces that arrive at byte offsets in any order.
+class PieceSet {
+public:
+    enum class Add { Added, Duplicate, Overlap, EndConflict, TooManyPieces };
+
+    // Adds `size` bytes at `offset`; `last` marks the piece that ends the whole. The caller has checked
+    // offset + size against its own maximum. Anything but Added leaves the set as it was: a piece that lies
+    // inside bytes already held and repeats them is a Duplicate; any other overlap, or a disagreement about
+    // where the whole ends, is refused.
+    Add add(uint32_t offset, const uint8_t* data, uint32_t size, bool last, uint32_t max_pieces);
+
+    bool complete() const
+    {
+        return have_last_ && (end_ == 0 || (ranges_.size() == 1 && ranges_[0].first == 0 && ranges_[0].second == end_));
+    }
+    bool haveLast() const { return have_last_; }
+    uint32_t end() const { return end_; }
+    uint32_t pieces() const { return pieces_; }
+    size_t held() const { return data_.capacity(); }
+    uint32_t firstMissing() const { return ranges_.empty() || ranges_[0].first != 0 ? 0 : ranges_[0].second; }
+    uint32_t covered() const;
+    // The whole, once complete; the caller may take the vector.
+    std::vector<uint8_t>& bytes() { return data_; }
+
+private:
+    std::vector<uint8_t> data_;
+    std::vector<std::pair<uint32_t, uint32_t>> ranges_;  // sorted, disjoint, not touching
+    uint32_t end_ = 0;
+    uint32_t pieces_ = 0;
+    bool have_last_ = false;
+};
+
+// ---- SOME/IP header checks ----
+
+enum class HeaderCheck { Ok, ShortLength, Version, Type, ReturnCode, TooLong };
+// Checks the 16 bytes at `h` for consistency; `max_length` bounds the length field.
+HeaderCheck checkHeader(const uint8_t* h, uint64_t max_length);
+const char* headerCheckText(HeaderCheck c);
+void readHeader(const uint8_t* h, Header& out);
+
+}  // namespace detail
+}  // namespace capture
+}  // namespace ZQSomeIP
+
+#endif  // ZQ_SOMEIP_CAPTURE_INTERNAL_H
