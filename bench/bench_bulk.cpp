@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "ZQSomeIPParser.h"
+#include "compiled/ZQSomeIPFormatSet.h"
 
 using ZQSomeIP::ZQSomeIPParser;
 
@@ -188,6 +189,79 @@ void BM_BulkEncode(benchmark::State& state)
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
 }
 BENCHMARK(BM_BulkEncode)->ArgName("fast")->Arg(0)->Arg(1);
+
+// The plain form over one shared format set: decode compact JSON, and encode it back.
+std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> bulkFormatSet()
+{
+    static std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set = [] {
+        ZQSomeIP::ZQSomeIPPlainStatus status;
+        return ZQSomeIP::ZQSomeIPFormatSet::load(env("SOMEIP_BULK_FORMAT"), status);
+    }();
+    return set;
+}
+
+std::vector<std::string>& plainInputs()
+{
+    static std::vector<std::string> inputs = [] {
+        std::vector<std::string> all;
+        if (auto set = bulkFormatSet()) {
+            for (const Message& m : bulkMessages()) {
+                std::string json;
+                ZQSomeIP::plainDecode(*set, kBulkService, m.event, kNotification, m.payload.data(), m.payload.size(), json);
+                all.push_back(json);
+            }
+        }
+        return all;
+    }();
+    return inputs;
+}
+
+void BM_PlainDecode(benchmark::State& state)
+{
+    std::vector<Message>& messages = bulkMessages();
+    auto set = bulkFormatSet();
+    if (messages.empty() || set == nullptr) {
+        state.SkipWithError("set SOMEIP_BULK_DIR (bulk.txt) and SOMEIP_BULK_FORMAT (bulk.json)");
+        return;
+    }
+    std::string json;
+    size_t next = 0;
+    for (auto _ : state) {
+        const Message& m = messages[next];
+        if (!ZQSomeIP::plainDecode(*set, kBulkService, m.event, kNotification, m.payload.data(), m.payload.size(), json)
+                 .ok()) {
+            state.SkipWithError("plain decode failed");
+            break;
+        }
+        benchmark::DoNotOptimize(json.data());
+        next = next + 1 == messages.size() ? 0 : next + 1;
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+}
+BENCHMARK(BM_PlainDecode);
+
+void BM_PlainEncode(benchmark::State& state)
+{
+    std::vector<Message>& messages = bulkMessages();
+    std::vector<std::string>& inputs = plainInputs();
+    auto set = bulkFormatSet();
+    if (inputs.empty() || set == nullptr) {
+        state.SkipWithError("set SOMEIP_BULK_DIR (bulk.txt) and SOMEIP_BULK_FORMAT (bulk.json)");
+        return;
+    }
+    std::vector<uint8_t> payload;
+    size_t next = 0;
+    for (auto _ : state) {
+        if (!ZQSomeIP::plainEncode(*set, kBulkService, messages[next].event, kNotification, inputs[next], payload).ok()) {
+            state.SkipWithError("plain encode failed");
+            break;
+        }
+        benchmark::DoNotOptimize(payload.data());
+        next = next + 1 == inputs.size() ? 0 : next + 1;
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+}
+BENCHMARK(BM_PlainEncode);
 
 // A format file of services first..last (decimal IDs), each with one event of four basic values.
 std::string writeServices(int first, int last)

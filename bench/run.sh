@@ -63,6 +63,10 @@ for what, name, goal in (("Decode", "BM_BulkDecode", ">= 20x"), ("Encode", "BM_B
     ref, fast = rate(name + "/fast:0"), rate(name + "/fast:1")
     rows.append(("%s, messages/s" % what, "{:,.0f}".format(ref), "{:,.0f}".format(fast),
                  "%.2fx fast/reference" % (fast / ref), goal))
+for what, name, goal in (("Plain decode (compact), messages/s", "BM_PlainDecode", ">= 500,000/s"),
+                         ("Plain encode, messages/s", "BM_PlainEncode", ">= 300,000/s")):
+    plain, classic = rate(name), rate(name.replace("Plain", "Bulk") + "/fast:1")
+    rows.append((what, "", "{:,.0f}".format(plain), "%.2fx the classic fast path" % (plain / classic), goal))
 lookup = {(s, f): seconds("BM_Lookup/services:%d/fast:%d" % (s, f)) for s in (1, 10000) for f in (0, 1)}
 rows.append(("Lookup, 1 service (per decode)", fmt_time(lookup[1, 0]), fmt_time(lookup[1, 1]), "", ""))
 rows.append(("Lookup, 10,000 services (per decode)", fmt_time(lookup[10000, 0]), fmt_time(lookup[10000, 1]),

@@ -2,6 +2,7 @@
 # Installs what is missing, builds the library, the tool and the tests, and runs every test.
 #   scripts/test.sh                 plain build in build/
 #   SANITIZE=1 scripts/test.sh      AddressSanitizer + UndefinedBehaviorSanitizer build in build-asan/
+#   SANITIZE=thread scripts/test.sh ThreadSanitizer build in build-tsan/, running the tests that use threads
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,7 +10,12 @@ bash scripts/install-deps.sh
 
 build_dir=build
 options=()
-if [ -n "${SANITIZE:-}" ]; then
+filter=()
+if [ "${SANITIZE:-}" = thread ]; then
+  build_dir=build-tsan
+  options+=(-DSOMEIP_TSAN=ON -DCMAKE_BUILD_TYPE=Debug -DSOMEIP_BUILD_BENCH=OFF)
+  filter=(-R Threads)
+elif [ -n "${SANITIZE:-}" ]; then
   build_dir=build-asan
   options+=(-DSOMEIP_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DSOMEIP_BUILD_BENCH=OFF)
 fi
@@ -20,4 +26,4 @@ fi
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B "$build_dir" "${options[@]}"
 cmake --build "$build_dir" -j "$jobs"
-ctest --test-dir "$build_dir" --output-on-failure -j "$jobs"
+ctest --test-dir "$build_dir" --output-on-failure -j "$jobs" "${filter[@]}"
