@@ -204,7 +204,8 @@ public:
             const size_t got = in_->read(head, 8);
             if (got == 0 && !in_->failed()) return 0;
             if (got < 8) return damaged(at, "the file ends inside a block header");
-            const uint32_t type = le32(head);  // the section header's type reads the same in both orders
+            // The section header's type reads the same in both orders; other blocks follow their section's.
+            const uint32_t type = le32(head) == kSectionHeader ? kSectionHeader : u32(head);
             size_t have = 0;                   // body bytes already read
             if (type == kSectionHeader) {
                 if (in_->read(head + 8, 4) < 4) return damaged(at, "the file ends inside a section header");

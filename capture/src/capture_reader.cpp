@@ -151,8 +151,9 @@ Origin CaptureReader::Impl::ipOrigin(uint8_t family, const uint8_t* src, const u
                   proto == 6 ? Transport::Tcp : Transport::Udp, &ip_source, &ip_destination};
 }
 
-Origin CaptureReader::Impl::storedOrigin(const Seen& s, Transport t, const Endpoint& src, const Endpoint& dst)
+Origin CaptureReader::Impl::storedOrigin(const Seen& s, Transport t, const Endpoint& src, const Endpoint& dst, bool at_end)
 {
+    if (!at_end) return Origin{frame.number, frame.seconds, frame.nanoseconds, frame.time_digits, t, &src, &dst};
     return Origin{s.frame, s.seconds, s.nanoseconds, s.digits, t, &src, &dst};
 }
 
@@ -319,6 +320,7 @@ void CaptureReader::Impl::fragment(uint8_t family, const uint8_t* src, const uin
         next_expiry = std::min(next_expiry, saturatingAdd(e.first.ns, options.limits.ip_timeout_ns));
     }
     FragmentEntry& e = it->second;
+    e.last = seen();
     const size_t before = e.pieces.held();
     switch (e.pieces.add(offset, data, declared, !more, options.limits.ip_pieces)) {
     case detail::PieceSet::Add::Added: break;
@@ -356,12 +358,13 @@ void CaptureReader::Impl::fragment(uint8_t family, const uint8_t* src, const uin
 }
 
 void CaptureReader::Impl::dropFragments(std::unordered_map<detail::Key, FragmentEntry, detail::KeyHash>::iterator it,
-                                        ErrorCode code, uint64_t offset, const std::string& why)
+                                        ErrorCode code, uint64_t offset, const std::string& why, bool at_end)
 {
     FragmentEntry& e = it->second;
     detail::setEndpoint(ip_source, e.family, e.source, 0, false);
     detail::setEndpoint(ip_destination, e.family, e.destination, 0, false);
-    error(storedOrigin(e.first, e.proto == 6 ? Transport::Tcp : Transport::Udp, ip_source, ip_destination), code, offset, why);
+    error(storedOrigin(e.last, e.proto == 6 ? Transport::Tcp : Transport::Udp, ip_source, ip_destination, at_end), code,
+          offset, why);
     fragment_bytes -= e.pieces.held();
     fragments.erase(it);
 }
@@ -385,7 +388,8 @@ void CaptureReader::Impl::expireFragments(bool everything)
                       p.haveLast() ? text("%s with bytes from %u of %u missing (%u fragments held)", when, p.firstMissing(),
                                           p.end(), p.pieces())
                                    : text("%s before the last fragment arrived (%u fragments, %u bytes held)", when,
-                                          p.pieces(), p.covered()));
+                                          p.pieces(), p.covered()),
+                      everything);
     });
 }
 
@@ -398,7 +402,8 @@ void CaptureReader::Impl::expireTp(bool everything)
                p.haveLast() ? text("%s with bytes from %u of %u missing (%u segments held)", when, p.firstMissing(), p.end(),
                                    p.pieces())
                             : text("%s before the last segment arrived (%u segments, %u bytes held)", when, p.pieces(),
-                                   p.covered()));
+                                   p.covered()),
+               everything);
     });
 }
 

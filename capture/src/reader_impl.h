@@ -40,7 +40,7 @@ struct FragmentEntry {
     uint8_t family = 0;
     uint8_t proto = 0;      // the transport protocol (IPv6: from the first fragment's header chain)
     uint8_t source[16] = {}, destination[16] = {};
-    Seen first;
+    Seen first, last;
 };
 
 struct TpEntry {
@@ -48,7 +48,7 @@ struct TpEntry {
     uint8_t header[16] = {};  // the first segment's, when it has arrived
     Transport transport = Transport::Udp;
     Endpoint source, destination;
-    Seen first;
+    Seen first, last;
 };
 
 struct TcpStream {
@@ -124,14 +124,16 @@ struct CaptureReader::Impl {
     void fragment(uint8_t family, const uint8_t* src, const uint8_t* dst, uint32_t id, uint8_t proto, uint32_t offset,
                   bool more, const uint8_t* data, uint32_t captured, uint32_t declared, uint64_t at);
     void dropFragments(std::unordered_map<detail::Key, FragmentEntry, detail::KeyHash>::iterator it, ErrorCode code,
-                       uint64_t offset, const std::string& why);
+                       uint64_t offset, const std::string& why, bool at_end = false);
     void expireFragments(bool everything);
     void expireTp(bool everything);
     void recomputeExpiry();
     void flush();
     Seen seen();
     Origin ipOrigin(uint8_t family, const uint8_t* src, const uint8_t* dst, uint8_t proto);
-    Origin storedOrigin(const Seen& s, Transport t, const Endpoint& src, const Endpoint& dst);
+    // Records about stored state carry the frame being processed; at the end of the capture (at_end),
+    // the last frame that contributed to the state.
+    Origin storedOrigin(const Seen& s, Transport t, const Endpoint& src, const Endpoint& dst, bool at_end);
 
     // streams.cpp: transport layer, SOME/IP messages, TCP streams, SOME/IP-TP
     void transport(uint8_t family, const uint8_t* src, const uint8_t* dst, uint8_t proto, const uint8_t* p,
@@ -145,7 +147,7 @@ struct CaptureReader::Impl {
     void serviceDiscovery(Message& m);
     void tpSegment(const Origin& o, const uint8_t* h, uint64_t total);
     void dropTp(std::unordered_map<detail::Key, TpEntry, detail::KeyHash>::iterator it, ErrorCode code, uint64_t offset,
-                const std::string& why);
+                const std::string& why, bool at_end = false);
     void tcpSegment(uint8_t family, const uint8_t* src, const uint8_t* dst, const uint8_t* tcp, uint32_t captured,
                     uint32_t declared);
     void streamData(TcpStream& s, uint32_t seq, const uint8_t* d, uint32_t n);

@@ -229,6 +229,7 @@ void Impl::tpSegment(const Origin& o, const uint8_t* h, uint64_t total)
         next_expiry = std::min(next_expiry, saturatingAdd(e.first.ns, options.limits.tp_timeout_ns));
     }
     TpEntry& e = it->second;
+    e.last = seen();
     const size_t before = e.pieces.held();
     switch (e.pieces.add(offset, h + 20, size, !more, options.limits.tp_pieces)) {
     case detail::PieceSet::Add::Added: break;
@@ -273,10 +274,10 @@ void Impl::tpSegment(const Origin& o, const uint8_t* h, uint64_t total)
 }
 
 void Impl::dropTp(std::unordered_map<detail::Key, TpEntry, detail::KeyHash>::iterator it, ErrorCode code, uint64_t offset,
-                  const std::string& why)
+                  const std::string& why, bool at_end)
 {
     TpEntry& e = it->second;
-    Message& m = error(storedOrigin(e.first, e.transport, e.source, e.destination), code, offset, why);
+    Message& m = error(storedOrigin(e.last, e.transport, e.source, e.destination, at_end), code, offset, why);
     detail::readHeader(e.header, m.header);
     m.has_header = true;
     tp_bytes -= e.pieces.held();
@@ -287,7 +288,7 @@ void Impl::dropTp(std::unordered_map<detail::Key, TpEntry, detail::KeyHash>::ite
 
 Origin Impl::streamOrigin(const TcpStream& s)
 {
-    return storedOrigin(s.last, Transport::Tcp, s.source, s.destination);
+    return storedOrigin(s.last, Transport::Tcp, s.source, s.destination, true);
 }
 
 void Impl::tcpSegment(uint8_t family, const uint8_t* src, const uint8_t* dst, const uint8_t* p, uint32_t captured,
@@ -572,6 +573,7 @@ bool Impl::evictStream(const TcpStream* keep, const char* why, bool holding_only
             victim = it;
     }
     if (victim == streams.end()) return false;
+    victim->second.last = seen();  // reported with the frame that forced it out
     finishStream(victim->second, ErrorCode::ReassemblyLimit, why);
     stream_bytes -= victim->second.held;
     streams.erase(victim);
