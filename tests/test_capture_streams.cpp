@@ -1,0 +1,132 @@
+// Capture reader: IPv4/IPv6 fragment reassembly and TCP stream reassembly.
+#include "capture_test_support.h"
+
+namespace {
+
+using namespace capturetest;
+
+struct StreamCase {
+    const char* name;
+    std::vector<Frame> frames;
+    std::vector<std::string> lines;
+    std::vector<uint16_t> ports = {};
+    Limits limits = {};
+};
+
+Result run(const StreamCase& c)
+{
+    Options o;
+    o.ports = c.ports;
+    o.limits = c.limits;
+    return readPcap(kEthernet, c.frames, o);
+}
+
+// ---- IP fragments: one 64-byte UDP datagram cut at 24 and 48 ----
+
+const Bytes kBody = pattern(40);
+const Bytes kDatagram = udp(30490, 30501, someip(0x12348001, 0x00010001, 0x02, kBody));
+const std::string kWhole = "1234.8001 t02 s1 " + payloadText(kBody);
+
+Frame v4(uint32_t from, uint32_t to, uint16_t id = 7, uint64_t ts = 0, const Bytes& data = kDatagram)
+{
+    return {eth(0x0800, ipv4(slice(data, from, to), V4{17, id, static_cast<uint16_t>(from), to < data.size()})), ts};
+}
+Frame v6(uint32_t from, uint32_t to)
+{
+    const Bytes header = Bytes{17, 0} + be(from | (to < kDatagram.size() ? 1 : 0), 2) + be(0x01020304, 4);
+    return {eth(0x86DD, ipv6(44, header + slice(kDatagram, from, to)))};
+}
+
+TEST(CaptureStreams, FragmentsAreReassembled)
+{
+    Limits one;
+    one.ip_datagrams = 1;
+    Frame cut = v4(0, 24);
+    cut.original = static_cast<uint32_t>(cut.data.size()), cut.data.resize(cut.data.size() - 8);
+    const std::vector<StreamCase> cases = {
+        {"in order", {v4(0, 24), v4(24, 48), v4(48, 64)}, {"#3 " + kWhole}},
+        {"reverse order", {v4(48, 64), v4(24, 48), v4(0, 24)}, {"#3 " + kWhole}},
+        {"repeated fragment", {v4(0, 24), v4(0, 24), v4(24, 48), v4(48, 64)}, {"#4 " + kWhole}},
+        {"ipv6, out of order", {v6(24, 48), v6(0, 24), v6(48, 64)}, {"#3 " + kWhole}},
+        {"overlap with other bytes", {v4(0, 24), v4(16, 32, 7, 0, pattern(64, 5))}, {"#2 !ip-fragment-overlap@16"}},
+        {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#2 !ip-fragments-missing@24"}},
+        {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#2 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
+        {"inner fragment not a multiple of 8", {v4(0, 20)}, {"#1 !ip-fragment-invalid@34"}},
+        {"fragment cut by the snaplen", {cut}, {"#1 !frame-cut@34"}},
+        {"datagrams in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
+         {"#2 !reassembly-limit@24", "#4 " + kWhole}, {}, one},
+    };
+    for (const StreamCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Result r = run(c);
+        EXPECT_EQ(r.lines, c.lines);
+        if (std::string(c.name) == "ipv6, out of order") { EXPECT_EQ(r.flows[0], "udp [fe80::1]:30490>[fe80::2]:30501"); }
+        if (std::string(c.name) == "repeated fragment") { EXPECT_EQ(r.status.stats.duplicates, 1u); }
+    }
+}
+
+// ---- TCP: three messages of 17, 18 and 46 bytes in one direction, first byte at sequence 1001 ----
+
+const Bytes kA = someip(0x12348001, 0x00010001, 0x02, {0xA1});
+const Bytes kB = someip(0x12348002, 0x00010002, 0x02, {0xB1, 0xB2});
+const Bytes kC = someip(0x12348003, 0x00010003, 0x02, pattern(30));
+const Bytes kStream = kA + kB + kC;
+
+Frame seg(uint32_t from, uint32_t to, uint8_t flags = kAck, const Bytes& data = kStream)
+{
+    return {eth(0x0800, ipv4(tcp(40000, 30490, 1001 + from, flags, slice(data, from, to)), V4{6}))};
+}
+const Frame kSynFrame = {eth(0x0800, ipv4(tcp(40000, 30490, 1000, kSyn, {}), V4{6}))};
+std::string line(int frame, int which)
+{
+    const char* const text[] = {"1234.8001 t02 s1 a1", "1234.8002 t02 s2 b1b2", nullptr};
+    return "#" + std::to_string(frame) + " " + (which < 2 ? text[which] : "1234.8003 t02 s3 " + payloadText(pattern(30)));
+}
+
+TEST(CaptureStreams, TcpStreamsAreReassembled)
+{
+    Limits narrow;
+    narrow.tcp_window = 32;
+    Bytes garbage(16, 0xEE);
+    const Bytes broken = kA + garbage + kB;
+    const std::vector<StreamCase> cases = {
+        {"split across segments", {kSynFrame, seg(0, 10), seg(10, 50), seg(50, 81)}, {line(3, 0), line(3, 1), line(4, 2)}},
+        {"packed in one segment", {kSynFrame, seg(0, 81)}, {line(2, 0), line(2, 1), line(2, 2)}},
+        {"out of order", {kSynFrame, seg(50, 81), seg(0, 50)}, {line(3, 0), line(3, 1), line(3, 2)}},
+        {"retransmitted", {kSynFrame, seg(0, 50), seg(0, 50), seg(50, 81)}, {line(2, 0), line(2, 1), line(4, 2)}},
+        {"overlapping retransmission", {kSynFrame, seg(0, 30), seg(20, 81)}, {line(2, 0), line(3, 1), line(3, 2)}},
+        {"gap beyond the window", {kSynFrame, seg(0, 20), seg(35, 81)}, {line(2, 0), "#3 !tcp-gap@20", line(3, 2)}, {}, narrow},
+        {"gap left when the capture ends", {kSynFrame, seg(0, 20), seg(35, 81)}, {line(2, 0), "#3 !tcp-gap@20", line(3, 2)}},
+        {"picked up mid-stream, port selected", {seg(5, 81)}, {"#1 !tcp-skipped@0", line(1, 1), line(1, 2)}, {30490}},
+        {"picked up mid-stream, any port", {seg(5, 81)}, {}},
+        {"closed inside a message", {kSynFrame, seg(0, 40, kAck | kFin)}, {line(2, 0), line(2, 1), "#2 !tcp-incomplete@35"}},
+        {"reset inside a message", {kSynFrame, seg(0, 40), seg(40, 40, kRst)}, {line(2, 0), line(2, 1), "#3 !tcp-incomplete@35"}},
+        {"inconsistent header, then resynchronised", {kSynFrame, seg(0, 51, kAck, broken)},
+         {line(2, 0), "#2 !someip-bad-header@17", "#2 !tcp-skipped@18", line(2, 1)}},
+    };
+    for (const StreamCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Result r = run(c);
+        EXPECT_EQ(r.lines, c.lines);
+        for (const std::string& flow : r.flows) EXPECT_EQ(flow, "tcp 10.0.0.1:40000>10.0.0.2:30490");
+        if (std::string(c.name) == "retransmitted") { EXPECT_EQ(r.status.stats.duplicates, 1u); }
+    }
+}
+
+TEST(CaptureStreams, TcpBuffersStayWithinTheirLimits)
+{
+    Limits small;
+    small.tcp_bytes = 100;  // a 208-byte message cannot be held
+    const Bytes big = someip(0x12348001, 0x10001, 0x02, pattern(192));
+    const StreamCase held = {"", {kSynFrame, seg(0, 120, kAck, big), seg(120, 208, kAck, big)},
+                             {"#2 !reassembly-limit@0", "#3 !tcp-skipped@120"}, {}, small};
+    EXPECT_EQ(run(held).lines, held.lines);
+    Limits short_messages;
+    short_messages.max_message = 150;  // a 166-byte message is not a plausible header
+    const Bytes huge = someip(0x12348002, 0x10002, 0x02, pattern(150));
+    const StreamCase too_long = {"", {kSynFrame, seg(0, 183, kAck, kA + huge)},
+                                 {line(2, 0), "#2 !someip-bad-header@17", "#2 !tcp-skipped@18"}, {}, short_messages};
+    EXPECT_EQ(run(too_long).lines, too_long.lines);
+}
+
+}  // namespace
