@@ -380,7 +380,7 @@ private:
             }
         } else {
             // A vector: elements until its content is used up (the count is what the reader made of it).
-            reserveElements(n.children[0], remaining, depth + 1);
+            reserveElements(n.children[0], r.get_size(), depth + 1);  // the bytes the reader holds, not what a length field claims
             uint32_t read = 0;
             do {
                 if (read > 0) {
@@ -400,7 +400,7 @@ private:
     }
 
     // An upper estimate of the text of the elements `bytes` of content hold, for basic elements of a
-    // fixed width (the content length bounds their number; the payload bounds the content).
+    // fixed width (the content the reader holds bounds their number; the payload bounds the content).
     void reserveElements(const Node& element, uint32_t bytes, int depth)
     {
         static const uint32_t kWidth[] = {1, 1, 2, 4, 8, 1, 2, 4, 8, 4, 8};
