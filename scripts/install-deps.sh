@@ -11,6 +11,7 @@ command -v pkg-config >/dev/null 2>&1 || need+=(pkg-config)
 pkg-config --exists jsoncpp 2>/dev/null  || need+=(libjsoncpp-dev)
 pkg-config --exists libpcap 2>/dev/null  || need+=(libpcap-dev)
 [ -f /usr/include/gtest/gtest.h ]        || need+=(libgtest-dev)
+[ -f /usr/include/CLI/CLI.hpp ]          || need+=(libcli11-dev)
 
 if [ ${#need[@]} -eq 0 ]; then
   exit 0

@@ -6,8 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -75,5 +78,211 @@ TEST(Tool, DecodesEncodesAndReportsErrors)
         // Errors, and only errors, come as one line opening with the tool's name.
         EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, c.status != 0) << err;
         previous = out;
+    }
+}
+
+namespace {
+
+const char* const kPayload = "070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841";
+const char* const kPlain = R"({"routeId":7,"waypoints":[{"x":100,"y":-50},{"x":-20,"y":300}],"lengthKm":12.5})";
+
+std::string examples()
+{
+    return std::string("--formats ") + SOMEIP_EXAMPLES_DIR;
+}
+
+std::string examplesRoute()
+{
+    return examples() + " --service 0x1234 --method 2 --type response";
+}
+
+std::vector<std::string> splitLines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+bool toolBuilt()
+{
+    return !std::string(SOMEIP_TOOL_PATH).empty();
+}
+
+} // namespace
+
+TEST(Tool, HelpOfEveryCommandAndVersion)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const struct {
+        std::string args;
+        std::vector<std::string> mentions;  // each must appear on standard output
+        std::vector<std::string> absent;
+    } cases[] = {
+        {"--help", {"format", "decode", "encode", "--version"}, {}},
+        {"format --help", {"--formats", "--service", "--method", "--type", "--log-level"}, {"--stream", "--plain"}},
+        {"decode --help", {"--payload", "--plain", "--classic", "--compact", "--pretty", "--stream"}, {"--json"}},
+        {"encode --help", {"--json", "--plain", "--classic", "--stream"}, {"--payload"}},
+        {"--version", {"someip-json "}, {"Usage"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, "", out, err), 0);
+        EXPECT_EQ(err, "");
+        for (const std::string& m : c.mentions) {
+            EXPECT_NE(out.find(m), std::string::npos) << m << " in:\n" << out;
+        }
+        for (const std::string& a : c.absent) {
+            EXPECT_EQ(out.find(a), std::string::npos) << a << " in:\n" << out;
+        }
+    }
+    std::string out, err;
+    runTool("--version", "", out, err);
+    EXPECT_TRUE(std::regex_match(out, std::regex("someip-json [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << out;
+}
+
+// Run in order; a null input is the previous run's standard output, so every document written is
+// read back.
+TEST(Tool, PlainAndCompactForms)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const std::string badFormats = ::testing::TempDir() + "someip_tool_bad_" + std::to_string(getpid()) + ".json";
+    std::ofstream(badFormats) << "{\n  \"Services\": [\n    {]\n}\n";
+    const std::string route = examplesRoute();
+    const std::string plainLine = std::string(kPlain) + "\n";
+    const std::string payloadLine = std::string(kPayload) + "\n";
+    const struct {
+        std::string args;
+        const char* input;
+        int status;
+        std::string out;  // standard output must contain it
+        std::string err;  // standard error must contain it; empty: standard error stays empty
+    } cases[] = {
+        {"decode " + route + " --plain --payload " + kPayload, "", 0, plainLine, ""},
+        {"encode " + route + " --plain", nullptr, 0, payloadLine, ""},
+        {"decode " + route + " --plain --pretty --payload " + kPayload, "", 0,
+         "{\n  \"routeId\": 7,\n  \"waypoints\": [\n", ""},
+        {"encode " + route + " --plain", nullptr, 0, payloadLine, ""},
+        // Classic compact: the styled document on one line, which the classic encoder still reads.
+        {"decode " + route + " --compact --payload " + kPayload, "", 0,
+         R"("ParamType":"float","Value":"12.500000"}])" "\n", ""},
+        {"encode " + route, nullptr, 0, payloadLine, ""},
+        // Blanks and escapes inside strings survive the compaction.
+        {"decode " + examples() + " --service 4661 --method 32769 --type notification --compact --payload "
+         "0000001cfeff00540077006f002000200077006f0072006400730022007100000000000000000001ffffffffffffffff",
+         "", 0, R"({"ParamName":"title","ParamType":"STRING","Value":"Two  words\"q"},)", ""},
+        // Plain errors: code, message and place on one line.
+        {"decode " + route + " --plain --payload 0700", "", 1, "", "someip-json: truncated: "},
+        {"encode " + route + " --plain", R"({"routeId":7})", 1, "", "someip-json: missing_member: "},
+        {"encode " + route + " --plain", "[1,", 1, "", "someip-json: bad_json: "},
+        {"decode " + examples() + " --service 0x1234 --method 9 --type 0 --plain --payload 00", "", 1, "",
+         "someip-json: unknown_message: "},
+        {"decode --formats " + badFormats + " --service 1 --method 1 --type 0 --plain --payload 00", "", 1, "",
+         "someip-json: bad_format_file: " + badFormats + ": line 3, column 6: "},
+        {"decode " + route + " --plain --classic --payload 00", "", 2, "", "--plain excludes --classic"},
+        {"decode " + examples() + " --stream - --pretty", "", 2, "", "--pretty excludes --stream"},
+        {"decode " + examples() + " --stream - --service 1", "", 2, "", "--service excludes --stream"},
+    };
+    std::string previous;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, c.input ? c.input : previous, out, err), c.status);
+        EXPECT_NE(out.find(c.out), std::string::npos) << out;
+        EXPECT_TRUE(c.err.empty() ? err.empty() : err.find(c.err) != std::string::npos) << err;
+        EXPECT_TRUE(c.status == 0 || err.find('\n') == err.size() - 1) << "one line: " << err;
+        previous = out;
+    }
+    std::remove(badFormats.c_str());
+}
+
+// Several lines on standard input are several payloads: refused, not joined into one.
+TEST(Tool, DecodeTakesOnePayloadFromStandardInput)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const struct {
+        const char* what;
+        std::string input;
+        int status;
+        const char* err;
+    } cases[] = {
+        {"one payload between blank lines", std::string("\n\n") + kPayload + "\n \n", 0, nullptr},
+        {"one payload split by blanks",
+         "07 00 00 00 14 00\t08 00 64 00 00 00 ce ff ff ff 08 00 ec ff ff ff 2c 01 00 00 ff ff 00 00 48 41", 0,
+         nullptr},
+        {"two payloads", std::string(kPayload) + "\n\n" + kPayload + "\n", 2, "standard input holds 2 payloads"},
+        {"a payload and a half", std::string(kPayload) + "\n0700\n", 2, "--stream -"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string out, err;
+        EXPECT_EQ(runTool("decode " + examplesRoute() + " --plain", c.input, out, err), c.status);
+        EXPECT_EQ(out, c.status == 0 ? std::string(kPlain) + "\n" : "");
+        EXPECT_TRUE(c.err ? err.find(c.err) != std::string::npos : err.empty()) << err;
+    }
+}
+
+// One line out per message, a failed message an error line of its own, the summary on standard error.
+TEST(Tool, StreamMode)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const std::string good = std::string("4660 2 response ") + kPayload + "\n";
+    const std::string plainGood = std::string("0x1234 0x2 0x80 ") + kPlain + "\n";
+    const struct {
+        const char* what;
+        std::string args;
+        std::string input;
+        int status;
+        std::vector<std::string> lines;  // each a prefix of its line of standard output
+        const char* summary;             // on standard error
+    } cases[] = {
+        {"plain decode, a short payload in the middle", "decode --plain",
+         "# route replies\n" + good + "\n0x1234 2 0x80 0700\n" + good, 1,
+         {kPlain, R"({"error":{"code":"truncated","offset":0,"message":")", kPlain},
+         "3 lines, 2 succeeded, 1 failed (truncated: 1); first failure on line 4"},
+        {"classic decode, the same", "decode --compact",
+         good + "4660 2 response 0700\n" + good, 1,
+         {R"([{"ParamName":"routeId","ParamType":"uint32_t","Value":"7"},)",
+          R"({"error":{"code":"failed","message":"decode failed: )", "[{"},
+         "3 lines, 2 succeeded, 1 failed (failed: 1); first failure on line 2"},
+        {"plain encode, a member missing in the middle", "encode --plain",
+         plainGood + R"(4660 2 response {"routeId":7})" "\n" + plainGood, 1,
+         {kPayload, R"({"error":{"code":"missing_member","path":"$.waypoints","message":")", kPayload},
+         "3 lines, 2 succeeded, 1 failed (missing_member: 1); first failure on line 2"},
+        {"classic encode, JSON that is not a parameter list", "encode",
+         R"(4660 2 response [{"ParamName":"routeId","ParamType":"uint32_t","Value":"7"}])" "\n4660 2 response {\n", 1,
+         {"07000000", R"({"error":{"code":"failed","message":")"},
+         "2 lines, 1 succeeded, 1 failed (failed: 1); first failure on line 2"},
+        {"lines that name no message", "decode --plain",
+         "4660 2\n4660 2 answer 00\n4660 2 response 0g\n" + good, 1,
+         {R"({"error":{"code":"bad_input","message":"expected SERVICE METHOD TYPE HEX"}})",
+          R"({"error":{"code":"bad_input","message":"invalid message type 'answer'"}})",
+          R"({"error":{"code":"bad_input","message":"invalid hex payload: '0g' is not hexadecimal"}})", kPlain},
+         "4 lines, 1 succeeded, 3 failed (bad_input: 3); first failure on line 1"},
+        {"every line converts", "decode --plain", good + good, 0, {kPlain, kPlain}, "2 lines, 2 succeeded, 0 failed\n"},
+        {"nothing to convert", "encode", "\n# empty\n", 0, {}, "0 lines, 0 succeeded, 0 failed\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args + " " + examples() + " --stream -", c.input, out, err), c.status);
+        const std::vector<std::string> lines = splitLines(out);
+        ASSERT_EQ(lines.size(), c.lines.size()) << out;
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(lines[i].rfind(c.lines[i], 0), 0u) << "line " << i << ": " << lines[i];
+        }
+        EXPECT_EQ(err.rfind("someip-json: stream: ", 0), 0u) << err;
+        EXPECT_NE(err.find(c.summary), std::string::npos) << err;
     }
 }

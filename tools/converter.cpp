@@ -1,0 +1,203 @@
+#include "converter.h"
+
+#include <exception>
+
+#include <json/json.h>
+
+#include "ZQSomeIPParserAPI.h"
+#include "compiled/ZQSomeIPFormatSet.h"
+
+namespace someip_json {
+
+namespace {
+
+// Dependencies' exception texts may span lines; a message here is one line.
+std::string oneLine(std::string text)
+{
+    for (char& c : text) {
+        if (c == '\n' || c == '\r') {
+            c = ' ';
+        }
+    }
+    while (!text.empty() && text.back() == ' ') {
+        text.pop_back();
+    }
+    return text;
+}
+
+// The classic document on one line: whitespace outside strings dropped, everything else kept byte for
+// byte. Re-serialising through a JSON library would also do, but could reorder members or reword
+// numbers and escapes; this keeps the library's text as it is.
+void compactInPlace(std::string& json)
+{
+    size_t to = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (size_t from = 0; from < json.size(); ++from) {
+        const char c = json[from];
+        if (inString) {
+            if (escaped) {
+                escaped = false;
+            } else if (c == '\\') {
+                escaped = true;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == ' ' || c == '\n' || c == '\r' || c == '\t') {
+            continue;
+        } else if (c == '"') {
+            inString = true;
+        }
+        json[to++] = c;
+    }
+    json.resize(to);
+}
+
+Failure classicFailure(const std::string& message)
+{
+    Failure f;
+    f.code = "failed";
+    f.text = message;
+    f.json = "{\"code\":\"failed\",\"message\":";
+    appendJsonString(f.json, message);
+    f.json += '}';
+    return f;
+}
+
+std::string describe(const Route& r)
+{
+    return "service " + std::to_string(r.service) + ", method " + std::to_string(r.method) + ", type " +
+           std::to_string(r.type);
+}
+
+class ClassicConverter : public Converter {
+public:
+    ClassicConverter(Layout layout, const std::string& formats) : compact_(layout == Layout::Compact)
+    {
+        if (api_.loadFormatJson(formats) != 0) {
+            fail(kExitFailed, "cannot load format descriptions from '" + formats + "'");
+        }
+    }
+
+    bool hasFormat(const Route& r) override
+    {
+        return api_.getMethodFormatbyID(r.service, r.method, r.type, scratch_) == 0;
+    }
+
+    bool decode(const Route& r, std::vector<uint8_t>& payload, std::string& json, Failure& failure) override
+    {
+        try {
+            if (api_.deserializebyMethodID(r.service, r.method, r.type, payload, json) != 0) {
+                // The library says only that it failed; a lookup tells the two usual reasons apart.
+                failure = classicFailure(hasFormat(r) ? "decode failed: the payload does not match the method format"
+                                                      : "no format for " + describe(r));
+                return false;
+            }
+        } catch (const std::exception& e) {
+            // The library lets errors of its JSON and text conversion dependencies through.
+            failure = classicFailure("conversion failed: " + oneLine(e.what()));
+            return false;
+        }
+        if (compact_) {
+            compactInPlace(json);
+        }
+        return true;
+    }
+
+    bool encode(const Route& r, std::string_view json, std::vector<uint8_t>& payload, Failure& failure) override
+    {
+        scratch_.assign(json.data(), json.size());
+        try {
+            if (api_.serializebyMethodID(r.service, r.method, r.type, scratch_, payload) != 0) {
+                // Checked only once it failed: a second parse of every line would halve the pace.
+                Json::Value parsed;
+                failure = classicFailure(!Json::Reader().parse(scratch_, parsed, false) ? "invalid JSON input"
+                                         : hasFormat(r) ? "encode failed: the parameter list could not be written"
+                                                        : "no format for " + describe(r));
+                return false;
+            }
+        } catch (const std::exception& e) {
+            failure = classicFailure("conversion failed: " + oneLine(e.what()));
+            return false;
+        }
+        return true;
+    }
+
+private:
+    ZQSomeIP::ZQSomeIPParserAPI api_;
+    bool compact_;
+    std::string scratch_;
+};
+
+Failure plainFailure(const ZQSomeIP::ZQSomeIPPlainStatus& status)
+{
+    using ZQSomeIP::ZQSomeIPPlainError;
+    Failure f;
+    f.code = ZQSomeIP::plainErrorName(status.code);
+    f.json = status.toJson();
+    f.text = f.code + ": " + status.message;
+    // The place, unless the message names it already; a lookup failure has none worth naming.
+    if (status.code == ZQSomeIPPlainError::UnknownMessage || status.code == ZQSomeIPPlainError::UnsupportedFormat) {
+        return f;
+    }
+    if (status.path.empty()) {
+        f.text += " (at byte " + std::to_string(status.offset) + ")";
+    } else if (status.message.find(status.path) == std::string::npos) {
+        f.text += " (at " + status.path + ")";
+    }
+    return f;
+}
+
+class PlainConverter : public Converter {
+public:
+    PlainConverter(Layout layout, const std::string& formats)
+    {
+        options_.pretty = layout == Layout::Pretty;
+        ZQSomeIP::ZQSomeIPPlainStatus status;
+        set_ = ZQSomeIP::ZQSomeIPFormatSet::load(formats, status);
+        if (!set_) {
+            // Loading names the file in the status's path, and line and column in its message.
+            fail(kExitFailed, std::string(ZQSomeIP::plainErrorName(status.code)) + ": " + status.path + ": " +
+                                  status.message);
+        }
+    }
+
+    bool hasFormat(const Route& r) override { return set_->find(r.service, r.method, r.type) != nullptr; }
+
+    bool decode(const Route& r, std::vector<uint8_t>& payload, std::string& json, Failure& failure) override
+    {
+        const auto status =
+            ZQSomeIP::plainDecode(*set_, r.service, r.method, r.type, payload.data(), payload.size(), json, options_);
+        if (!status.ok()) {
+            failure = plainFailure(status);
+            return false;
+        }
+        return true;
+    }
+
+    bool encode(const Route& r, std::string_view json, std::vector<uint8_t>& payload, Failure& failure) override
+    {
+        const auto status = ZQSomeIP::plainEncode(*set_, r.service, r.method, r.type, json, payload);
+        if (!status.ok()) {
+            failure = plainFailure(status);
+            return false;
+        }
+        return true;
+    }
+
+private:
+    std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set_;
+    ZQSomeIP::ZQSomeIPPlainOptions options_;
+};
+
+} // namespace
+
+std::unique_ptr<Converter> Converter::load(Form form, Layout layout, const std::string& formats)
+{
+    if (form == Form::Plain) {
+        return std::make_unique<PlainConverter>(layout, formats);
+    }
+    return std::make_unique<ClassicConverter>(layout, formats);
+}
+
+} // namespace someip_json

@@ -1,0 +1,50 @@
+// The two JSON forms the tool reads and writes, behind one interface so that a single conversion and
+// a stream of them share the code:
+//   classic  the library's parameter-list documents (ZQSomeIPParserAPI)
+//   plain    {"name":value,...} documents of a shared format set (ZQSomeIPFormatSet)
+#ifndef SOMEIP_JSON_CONVERTER_H
+#define SOMEIP_JSON_CONVERTER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tool_support.h"
+
+namespace someip_json {
+
+enum class Form { Classic, Plain };
+
+// How decoded JSON is laid out. Plain text is compact unless pretty; classic text is the library's
+// styled document unless compact, which puts that document on one line.
+enum class Layout { Default, Compact, Pretty };
+
+// One failed conversion.
+struct Failure {
+    std::string json;  // the error object of a stream line: {"code":"...",...,"message":"..."}
+    std::string text;  // one line for standard error, without the tool's name
+    std::string code;  // for the stream summary
+};
+
+class Converter {
+public:
+    virtual ~Converter() = default;
+
+    // Loads the format descriptions once; a load that fails is a ToolError with status kExitFailed.
+    static std::unique_ptr<Converter> load(Form form, Layout layout, const std::string& formats);
+
+    // Whether a format for the message is loaded.
+    virtual bool hasFormat(const Route& route) = 0;
+    // Payload -> JSON text in `json` (replaced; no line end after compact text).
+    virtual bool decode(const Route& route, std::vector<uint8_t>& payload, std::string& json, Failure& failure) = 0;
+    // JSON text -> payload in `payload` (replaced).
+    virtual bool encode(const Route& route, std::string_view json, std::vector<uint8_t>& payload,
+                        Failure& failure) = 0;
+};
+
+} // namespace someip_json
+
+#endif // SOMEIP_JSON_CONVERTER_H

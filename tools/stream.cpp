@@ -1,0 +1,201 @@
+#include "stream.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace someip_json {
+
+namespace {
+
+// Output is gathered and written in blocks: a write per line would cost more than many conversions.
+constexpr size_t kFlushAt = 1 << 16;
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+
+std::string_view trim(std::string_view text)
+{
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// Takes the next blank-separated word off the front of `rest`.
+std::string_view nextWord(std::string_view& rest)
+{
+    size_t end = 0;
+    while (end < rest.size() && !isBlank(rest[end])) {
+        ++end;
+    }
+    const std::string_view word = rest.substr(0, end);
+    rest = trim(rest.substr(end));
+    return word;
+}
+
+Failure badInput(const std::string& message)
+{
+    Failure f;
+    f.code = "bad_input";
+    f.text = message;
+    f.json = "{\"code\":\"bad_input\",\"message\":";
+    appendJsonString(f.json, message);
+    f.json += '}';
+    return f;
+}
+
+void writeOut(std::string& out)
+{
+    if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) {
+        fail(kExitFailed, "cannot write standard output");
+    }
+    out.clear();
+}
+
+// What one stream line needs, kept across lines so that their buffers are reused.
+class LineConverter {
+public:
+    LineConverter(Converter& converter, Direction direction) : converter_(converter), direction_(direction) {}
+
+    // Converts one message line and appends its output line to `out`; false when it failed.
+    bool convert(std::string_view line, std::string& out, Failure& failure)
+    {
+        const char* const shape =
+            direction_ == Direction::Decode ? "SERVICE METHOD TYPE HEX" : "SERVICE METHOD TYPE JSON";
+        Route route;
+        const std::string_view service = nextWord(line);
+        const std::string_view method = nextWord(line);
+        const std::string_view type = nextWord(line);
+        if (type.empty()) {
+            failure = badInput(std::string("expected ") + shape);
+            return false;
+        }
+        if (!parseId(service, route.service)) {
+            failure = badInput("invalid service ID '" + std::string(service) + "'");
+            return false;
+        }
+        if (!parseId(method, route.method)) {
+            failure = badInput("invalid method ID '" + std::string(method) + "'");
+            return false;
+        }
+        if (!parseMessageType(type, route.type)) {
+            failure = badInput("invalid message type '" + std::string(type) + "'");
+            return false;
+        }
+        if (direction_ == Direction::Decode) {
+            if (!parseHex(line, payload_, why_)) {
+                failure = badInput(why_);
+                return false;
+            }
+            if (!converter_.decode(route, payload_, json_, failure)) {
+                return false;
+            }
+            out += json_;
+        } else {
+            if (!converter_.encode(route, line, payload_, failure)) {
+                return false;
+            }
+            appendHex(out, payload_.data(), payload_.size());
+        }
+        out += '\n';
+        return true;
+    }
+
+private:
+    Converter& converter_;
+    Direction direction_;
+    std::vector<uint8_t> payload_;
+    std::string json_;
+    std::string why_;
+};
+
+struct Summary {
+    size_t lines = 0;
+    size_t failed = 0;
+    size_t firstFailedLine = 0;
+    std::map<std::string, size_t> byCode;
+
+    void print() const
+    {
+        std::string text = "someip-json: stream: " + std::to_string(lines) + (lines == 1 ? " line, " : " lines, ") +
+                           std::to_string(lines - failed) + " succeeded, " + std::to_string(failed) + " failed";
+        if (failed > 0) {
+            const char* separator = " (";
+            for (const auto& [code, count] : byCode) {
+                text += separator + code + ": " + std::to_string(count);
+                separator = ", ";
+            }
+            text += "); first failure on line " + std::to_string(firstFailedLine);
+        }
+        std::fprintf(stderr, "%s\n", text.c_str());
+    }
+};
+
+} // namespace
+
+int runStream(Converter& converter, Direction direction, const std::string& input)
+{
+    const bool standardInput = input == "-";
+    const auto close = [standardInput](std::FILE* f) {
+        if (!standardInput) {
+            std::fclose(f);
+        }
+    };
+    std::FILE* const file = standardInput ? stdin : std::fopen(input.c_str(), "rb");
+    const std::unique_ptr<std::FILE, decltype(close)> in(file, close);
+    if (!in) {
+        fail(kExitUsage, "cannot read stream file '" + input + "'");
+    }
+    LineConverter lines(converter, direction);
+    Summary summary;
+    std::string out;
+    out.reserve(kFlushAt * 2);
+    Failure failure;
+    // getline keeps one buffer for every line, whatever its length.
+    char* raw = nullptr;
+    size_t capacity = 0;
+    const auto release = [](char** buffer) { std::free(*buffer); };
+    const std::unique_ptr<char*, decltype(release)> owner(&raw, release);
+    size_t number = 0;
+    ssize_t length = 0;
+    while ((length = getline(&raw, &capacity, in.get())) >= 0) {
+        ++number;
+        const std::string_view line = trim(std::string_view(raw, static_cast<size_t>(length)));
+        if (line.empty() || line.front() == '#') {
+            continue;
+        }
+        ++summary.lines;
+        if (!lines.convert(line, out, failure)) {
+            out += "{\"error\":";
+            out += failure.json;
+            out += "}\n";
+            if (summary.failed++ == 0) {
+                summary.firstFailedLine = number;
+            }
+            ++summary.byCode[failure.code];
+        }
+        if (out.size() >= kFlushAt) {
+            writeOut(out);
+        }
+    }
+    writeOut(out);
+    if (std::fflush(stdout) != 0) {
+        fail(kExitFailed, "cannot write standard output");
+    }
+    if (std::ferror(in.get()) != 0) {
+        fail(kExitUsage, "cannot read stream file '" + input + "' to its end");
+    }
+    summary.print();
+    return summary.failed == 0 ? kExitOk : kExitFailed;
+}
+
+} // namespace someip_json

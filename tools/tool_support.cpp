@@ -1,0 +1,231 @@
+#include "tool_support.h"
+
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <istream>
+
+#include <CLI/CLI.hpp>
+
+namespace someip_json {
+
+namespace {
+
+constexpr int8_t kNotHex = -1;
+constexpr int8_t kBlank = -2;
+
+// Digit values, kBlank for the characters that separate bytes, kNotHex for the rest: one lookup per
+// character, since stream mode reads every payload through here.
+const std::array<int8_t, 256> kHexTable = [] {
+    std::array<int8_t, 256> table{};
+    table.fill(kNotHex);
+    for (int i = 0; i < 10; ++i) {
+        table['0' + i] = static_cast<int8_t>(i);
+    }
+    for (int i = 0; i < 6; ++i) {
+        table['a' + i] = table['A' + i] = static_cast<int8_t>(10 + i);
+    }
+    for (const char c : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+        table[static_cast<unsigned char>(c)] = kBlank;
+    }
+    return table;
+}();
+
+int8_t hexValue(char c)
+{
+    return kHexTable[static_cast<unsigned char>(c)];
+}
+
+// Why the blank-separated word around `at` is not a run of bytes.
+std::string badHexWord(std::string_view text, size_t at)
+{
+    size_t start = at;
+    while (start > 0 && hexValue(text[start - 1]) != kBlank) {
+        --start;
+    }
+    size_t end = at;
+    while (end < text.size() && hexValue(text[end]) != kBlank) {
+        ++end;
+    }
+    const std::string word(text.substr(start, end - start));
+    return "invalid hex payload: '" + word + "'" +
+           (word.size() % 2 != 0 ? " has an odd number of digits" : " is not hexadecimal");
+}
+
+// A CLI11 check that leaves the text as typed (messages quote it) and only refuses what `accept` refuses.
+CLI::Validator textCheck(const std::string& what, bool (*accept)(std::string_view, int&))
+{
+    return CLI::Validator([what, accept](std::string& text) {
+        int value = 0;
+        return accept(text, value) ? std::string() : "invalid " + what + " '" + text + "'";
+    }, "");
+}
+
+} // namespace
+
+[[noreturn]] void fail(int status, const std::string& message)
+{
+    throw ToolError{status, message};
+}
+
+bool parseId(std::string_view text, int& out)
+{
+    int base = 10;
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        base = 16;
+        text.remove_prefix(2);
+    }
+    // from_chars takes no sign or blank for an unsigned number, so only digits get through.
+    unsigned long value = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value, base);
+    if (text.empty() || result.ec != std::errc() || result.ptr != end || value > INT_MAX) {
+        return false;
+    }
+    out = static_cast<int>(value);
+    return true;
+}
+
+bool parseMessageType(std::string_view text, int& out)
+{
+    static const struct {
+        std::string_view name;
+        int value;
+    } names[] = {
+        {"request", 0x00}, {"request_no_return", 0x01}, {"notification", 0x02}, {"response", 0x80}, {"error", 0x81},
+    };
+    for (const auto& n : names) {
+        if (text == n.name) {
+            out = n.value;
+            return true;
+        }
+    }
+    return parseId(text, out);
+}
+
+bool parseHex(std::string_view text, std::vector<uint8_t>& out, std::string& why)
+{
+    out.resize(text.size() / 2);
+    size_t count = 0;
+    size_t i = 0;
+    while (i < text.size()) {
+        const int8_t high = hexValue(text[i]);
+        if (high == kBlank) {
+            ++i;
+            continue;
+        }
+        // Words start at a blank and advance by two, so a pair never spans two words.
+        const int8_t low = i + 1 < text.size() ? hexValue(text[i + 1]) : kBlank;
+        if (high < 0 || low < 0) {
+            why = badHexWord(text, i);
+            return false;
+        }
+        out[count++] = static_cast<uint8_t>(high << 4 | low);
+        i += 2;
+    }
+    out.resize(count);
+    return true;
+}
+
+void appendHex(std::string& out, const uint8_t* data, size_t size)
+{
+    static const char digits[] = "0123456789abcdef";
+    const size_t start = out.size();
+    out.resize(start + size * 2);
+    char* p = &out[start];
+    for (size_t i = 0; i < size; ++i) {
+        *p++ = digits[data[i] >> 4];
+        *p++ = digits[data[i] & 0x0F];
+    }
+}
+
+void appendJsonString(std::string& out, std::string_view text)
+{
+    static const char hex[] = "0123456789abcdef";
+    out += '"';
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            out += "\\u00";
+            out += hex[u >> 4];
+            out += hex[u & 15];
+        } else {
+            out += c;
+        }
+    }
+    out += '"';
+}
+
+void FormatsOptions::define(CLI::App& app)
+{
+    app.add_option("--formats", formats, "Format description file, or a directory tree of them")
+        ->required()
+        ->type_name("PATH");
+    app.add_option("--log-level", logLevel, "Sets SOMEIPSER_LOG_LEVEL; library lines go to standard error")
+        ->check(textCheck("log level", parseId))
+        ->type_name("N");
+}
+
+void FormatsOptions::apply() const
+{
+    int level = 0;
+    if (parseId(logLevel, level)) {
+        setenv("SOMEIPSER_LOG_LEVEL", std::to_string(level).c_str(), 1);
+    }
+}
+
+void RouteOptions::define(CLI::App& app)
+{
+    options[0] = app.add_option("--service", service, "Service ID, decimal or 0x-hexadecimal")
+                     ->check(textCheck("service ID", parseId))
+                     ->type_name("ID");
+    options[1] = app.add_option("--method", method, "Method or event ID, decimal or 0x-hexadecimal")
+                     ->check(textCheck("method ID", parseId))
+                     ->type_name("ID");
+    options[2] = app.add_option("--type", type,
+                   "Message type: request, request_no_return, notification, response, error, or a number")
+                     ->check(textCheck("message type", parseMessageType))
+                     ->type_name("TYPE");
+}
+
+bool RouteOptions::given() const
+{
+    return !service.empty() || !method.empty() || !type.empty();
+}
+
+Route RouteOptions::route() const
+{
+    // Not marked required for CLI11: stream mode names the message on every line instead.
+    for (const auto& [text, option] : {std::pair(&service, "service"), {&method, "method"}, {&type, "type"}}) {
+        if (text->empty()) {
+            fail(kExitUsage, std::string("missing option '--") + option + "'");
+        }
+    }
+    Route r;
+    parseId(service, r.service);
+    parseId(method, r.method);
+    parseMessageType(type, r.type);
+    return r;
+}
+
+std::string readAll(std::istream& in)
+{
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string readFile(const std::string& path, const std::string& what)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        fail(kExitUsage, "cannot read " + what + " '" + path + "'");
+    }
+    return readAll(in);
+}
+
+} // namespace someip_json
