@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -46,6 +47,11 @@ inline Bytes pattern(size_t n, uint8_t seed = 0)
     return out;
 }
 inline Bytes slice(const Bytes& b, size_t from, size_t to) { return Bytes(b.begin() + from, b.begin() + to); }
+inline Bytes patched(Bytes b, size_t at, const Bytes& with)
+{
+    std::copy(with.begin(), with.end(), b.begin() + static_cast<long>(at));
+    return b;
+}
 
 // ---- SOME/IP: id = service << 16 | method, req = client << 16 | session ----
 inline Bytes someip(uint32_t id, uint32_t req, uint8_t type, const Bytes& payload, uint8_t rc = 0, int length_skew = 0)
@@ -126,7 +132,8 @@ inline Bytes pcapBytes(uint32_t link, const std::vector<Frame>& frames, bool nan
 }
 struct Interface {
     uint32_t link;
-    uint8_t tsresol = 6;  // if_tsresol as written
+    uint8_t tsresol = 6;   // if_tsresol as written
+    int64_t tsoffset = 0;  // if_tsoffset, seconds
 };
 inline Bytes pcapngBytes(const std::vector<Interface>& ifaces, const std::vector<Frame>& frames, bool big = false)
 {
@@ -137,7 +144,8 @@ inline Bytes pcapngBytes(const std::vector<Interface>& ifaces, const std::vector
     };
     Bytes out = block(0x0A0D0D0A, u(0x1A2B3C4D, 4) + u(1, 2) + u(0, 2) + u(~0ull, 8));
     for (const Interface& i : ifaces)
-        out += block(1, u(i.link, 2) + u(0, 2) + u(0, 4) + u(9, 2) + u(1, 2) + Bytes{i.tsresol, 0, 0, 0} + u(0, 4));
+        out += block(1, u(i.link, 2) + u(0, 2) + u(0, 4) + u(9, 2) + u(1, 2) + Bytes{i.tsresol, 0, 0, 0} + u(14, 2) + u(8, 2) +
+                            u(static_cast<uint64_t>(i.tsoffset), 8) + u(0, 4));
     for (const Frame& f : frames) {
         Bytes body = u(f.iface, 4) + u(f.ts >> 32, 4) + u(f.ts & 0xFFFFFFFF, 4) + u(f.data.size(), 4) +
                      u(f.original ? f.original : f.data.size(), 4) + f.data;

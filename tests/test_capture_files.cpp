@@ -31,7 +31,6 @@ TEST(CaptureFiles, DamageEndsReadingAfterWhatCameBefore)
     const Bytes pcap = pcapBytes(kEthernet, kThree), ng = pcapngBytes({{kEthernet}}, kThree);
     const size_t pcap_third = pcapBytes(kEthernet, {message(1), message(2)}).size();
     const size_t ng_third = pcapngBytes({{kEthernet}}, {message(1), message(2)}).size();
-    auto patched = [](Bytes b, size_t at, const Bytes& with) { std::copy(with.begin(), with.end(), b.begin() + static_cast<long>(at)); return b; };
     const std::vector<DamageCase> cases = {
         {"pcap cut inside a record", slice(pcap, 0, pcap.size() - 10), kFirstTwo, "truncated dump file"},
         {"pcap cut inside a record header", slice(pcap, 0, pcap.size() - 60), kFirstTwo, "truncated dump file"},
@@ -39,6 +38,7 @@ TEST(CaptureFiles, DamageEndsReadingAfterWhatCameBefore)
         {"pcapng cut inside a block", slice(ng, 0, ng.size() - 10), kFirstTwo, "the file ends inside a block"},
         {"pcapng block length not a multiple of 4", patched(ng, ng_third + 4, le(90, 4)), kFirstTwo, "block length 90 is impossible"},
         {"pcapng trailing length differs", patched(ng, ng.size() - 4, le(8, 4)), kFirstTwo, "trailing block length differs"},
+        {"pcapng packet longer than its block", patched(ng, ng_third + 20, le(0x1000, 4)), kFirstTwo, "packet data run past its block"},
         {"pcapng packet on an undescribed interface", patched(ng, ng_third + 8, le(5, 4)), kFirstTwo, "undescribed interface 5"},
     };
     for (const DamageCase& c : cases) {

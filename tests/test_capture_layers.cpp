@@ -21,7 +21,8 @@ struct LinkCase {
 
 TEST(CaptureLayers, EachLinkTypeLeadsToTheMessage)
 {
-    const Bytes hop_by_hop = {60, 0, 1, 4, 0, 0, 0, 0}, destination_options = {17, 0, 1, 4, 0, 0, 0, 0};
+    const Bytes hop_by_hop = {51, 0, 1, 4, 0, 0, 0, 0}, destination_options = {17, 0, 1, 4, 0, 0, 0, 0};
+    const Bytes authentication = Bytes{60, 4, 0, 0} + Bytes(20, 0xA5);  // 24 bytes: its length counts 4-byte words
     const char* v4 = "udp 10.0.0.1:30490>10.0.0.2:30501";
     const char* v6 = "udp [fe80::1]:30490>[fe80::2]:30501";
     const std::vector<LinkCase> cases = {
@@ -36,7 +37,8 @@ TEST(CaptureLayers, EachLinkTypeLeadsToTheMessage)
         {"raw ip", kRaw, ipv4(kUdp), {kLine}, v4},
         {"ipv4 link type", kIpv4Link, ipv4(kUdp), {kLine}, v4},
         {"loopback", kNull, le(2, 4) + ipv4(kUdp), {kLine}, v4},
-        {"ipv6 extension headers", kIpv6Link, ipv6(0, hop_by_hop + destination_options + kUdp), {kLine}, v6},
+        {"ipv6 extension headers", kIpv6Link, ipv6(0, hop_by_hop + authentication + destination_options + kUdp), {kLine}, v6},
+        {"ipv4 total length 0 (segmentation offload)", kRaw, patched(ipv4(kUdp), 2, {0, 0}), {kLine}, v4},
         {"ipv6 atomic fragment", kEthernet, eth(0x86DD, ipv6(44, Bytes{17, 0, 0, 0, 0, 0, 0, 9} + kUdp)), {kLine}, v6},
         {"arp", kEthernet, eth(0x0806, Bytes(28, 0)), {}, v4, 1},
         {"icmp", kEthernet, eth(0x0800, ipv4(Bytes(8, 0), V4{1})), {}, v4, 1},
@@ -89,14 +91,14 @@ TEST(CaptureLayers, MessageCarriesEveryHeaderFieldTimeAndEndpoint)
 // One pcapng file, three interfaces with their own link types and timestamp resolutions, in either byte order.
 TEST(CaptureLayers, PcapngInterfacesKeepTheirLinkTypesAndResolutions)
 {
-    const std::vector<Interface> ifaces = {{kEthernet, 6}, {kSll2, 9}, {kIpv6Link, 0x80 | 10}};
+    const std::vector<Interface> ifaces = {{kEthernet, 6}, {kSll2, 9}, {kIpv6Link, 0x80 | 10, 100}};
     const std::vector<Frame> frames = {
         {eth(0x0800, ipv4(kUdp)), 1700000000123456ull, 0},
         {be(0x0800, 2) + be(0, 2) + be(3, 4) + be(1, 2) + Bytes{0, 6} + kSllAddress + ipv4(kUdp), 1700000000123456789ull, 1},
         {ipv6(17, kUdp), (5ull << 10) | 512, 2},
     };
     struct Expect { int64_t seconds; uint32_t nanoseconds; uint8_t digits; };
-    const Expect times[] = {{1700000000, 123456000, 6}, {1700000000, 123456789, 9}, {5, 500000000, 4}};
+    const Expect times[] = {{1700000000, 123456000, 6}, {1700000000, 123456789, 9}, {105, 500000000, 4}};
     for (bool big : {false, true}) {
         SCOPED_TRACE(big ? "big endian section" : "little endian section");
         const std::string path = tempPath(big ? "be.pcapng" : "le.pcapng");

@@ -42,7 +42,8 @@ TEST(CaptureMessages, DatagramsFollowTheSomeIpRule)
         {"first runs past, port selected", someip(0x12348001, 0x10001, 2, {1}, 0, 4), {"#1 !someip-runs-past-datagram@42"}, {30501}},
         {"port not selected", kA, {}, {1234}},
         {"magic cookie skipped", cookie + kA, {kLineA}},
-        {"snaplen cut in the second message", kA + kB, {kLineA, "#1 !frame-cut@59"}, {}, 42 + 17 + 10},
+        {"snaplen cut in the second header", kA + kB, {kLineA, "#1 !frame-cut@59"}, {}, 42 + 17 + 10},
+        {"snaplen cut in the second payload", kA + kB, {kLineA, "#1 !frame-cut@59"}, {}, 42 + 17 + 17},
         {"snaplen cut in the first header, any port", kA, {}, {}, 42 + 8},
         {"snaplen cut in the first header, port selected", kA, {"#1 !frame-cut@42"}, {30490}, 42 + 8},
     };
@@ -81,6 +82,8 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
         {"out of order", {datagram(piece(32, false)), datagram(piece(0, true)), datagram(piece(16, true))}, {"#3 1234.8001 t02 s1 " + whole + " tp3"}},
         {"repeated segment", {datagram(piece(0, true)), datagram(piece(0, true)), datagram(piece(16, true)), datagram(piece(32, false))},
          {"#4 1234.8001 t02 s1 " + whole + " tp3"}},
+        {"reserved bits of the TP word ignored", {datagram(tpSegment(0x12348001, 1, 0x0E, true, slice(kWhole, 0, 16))), datagram(piece(16, true)),
+                                                 datagram(piece(32, false))}, {"#3 1234.8001 t02 s1 " + whole + " tp3"}},
         {"two sessions interleaved", {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(16, false, 1)), datagram(piece(16, false, 2))},
          {"#3 1234.8001 t02 s1 " + payloadText(slice(kWhole, 0, 32)) + " tp2", "#4 1234.8001 t02 s2 " + payloadText(slice(kWhole, 0, 32)) + " tp2"}},
         {"gap until the capture ends", {datagram(piece(0, true)), datagram(piece(32, false))}, {"#2 !tp-missing-segments@16"}},

@@ -48,7 +48,8 @@ TEST(CaptureStreams, FragmentsAreReassembled)
         {"reverse order", {v4(48, 64), v4(24, 48), v4(0, 24)}, {"#3 " + kWhole}},
         {"repeated fragment", {v4(0, 24), v4(0, 24), v4(24, 48), v4(48, 64)}, {"#4 " + kWhole}},
         {"ipv6, out of order", {v6(24, 48), v6(0, 24), v6(48, 64)}, {"#3 " + kWhole}},
-        {"overlap with other bytes", {v4(0, 24), v4(16, 32, 7, 0, pattern(64, 5))}, {"#2 !ip-fragment-overlap@16"}},
+        {"same range, other bytes", {v4(0, 24), v4(0, 24, 7, 0, pattern(64, 5))}, {"#2 !ip-fragment-overlap@0"}},
+        {"partial overlap", {v4(0, 24), v4(16, 32)}, {"#2 !ip-fragment-overlap@16"}},
         {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#2 !ip-fragments-missing@24"}},
         {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#2 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
         {"inner fragment not a multiple of 8", {v4(0, 20)}, {"#1 !ip-fragment-invalid@34"}},
@@ -87,19 +88,30 @@ TEST(CaptureStreams, TcpStreamsAreReassembled)
 {
     Limits narrow;
     narrow.tcp_window = 32;
-    Bytes garbage(16, 0xEE);
+    const Bytes garbage(16, 0xEE), fake = someip(0x11112222, 1, 0x02, {});
+    Frame cut = seg(0, 81);
+    cut.original = static_cast<uint32_t>(cut.data.size()), cut.data.resize(cut.data.size() - 20);
     const Bytes broken = kA + garbage + kB;
     const std::vector<StreamCase> cases = {
         {"split across segments", {kSynFrame, seg(0, 10), seg(10, 50), seg(50, 81)}, {line(3, 0), line(3, 1), line(4, 2)}},
         {"packed in one segment", {kSynFrame, seg(0, 81)}, {line(2, 0), line(2, 1), line(2, 2)}},
-        {"out of order", {kSynFrame, seg(50, 81), seg(0, 50)}, {line(3, 0), line(3, 1), line(3, 2)}},
+        {"reverse order", {kSynFrame, seg(50, 81), seg(20, 50), seg(0, 20)}, {line(4, 0), line(4, 1), line(4, 2)}},
+        {"segment cut by the snaplen", {kSynFrame, cut}, {line(2, 0), line(2, 1), "#2 !frame-cut@61"}},
         {"retransmitted", {kSynFrame, seg(0, 50), seg(0, 50), seg(50, 81)}, {line(2, 0), line(2, 1), line(4, 2)}},
         {"overlapping retransmission", {kSynFrame, seg(0, 30), seg(20, 81)}, {line(2, 0), line(3, 1), line(3, 2)}},
         {"gap beyond the window", {kSynFrame, seg(0, 20), seg(35, 81)}, {line(2, 0), "#3 !tcp-gap@20", line(3, 2)}, {}, narrow},
         {"gap left when the capture ends", {kSynFrame, seg(0, 20), seg(35, 81)}, {line(2, 0), "#3 !tcp-gap@20", line(3, 2)}},
         {"picked up mid-stream, port selected", {seg(5, 81)}, {"#1 !tcp-skipped@0", line(1, 1), line(1, 2)}, {30490}},
+        {"picked up mid-stream, header split while searching", {seg(5, 20), seg(20, 81)}, {"#2 !tcp-skipped@0", line(2, 1), line(2, 2)}, {30490}},
+        {"picked up mid-stream, a header not followed by another is passed over", {seg(0, 50, kAck, fake + garbage + kB)},
+         {"#1 !tcp-skipped@0", "#1 1234.8002 t02 s2 b1b2"}, {30490}},
         {"picked up mid-stream, any port", {seg(5, 81)}, {}},
-        {"closed inside a message", {kSynFrame, seg(0, 40, kAck | kFin)}, {line(2, 0), line(2, 1), "#2 !tcp-incomplete@35"}},
+        {"port selected, stream opens with a bad header", {kSynFrame, seg(0, 33, kAck, garbage + kA)},
+         {"#2 !someip-bad-header@0", "#2 !tcp-skipped@1", line(2, 0)}, {30490}},
+        {"repeated SYN", {kSynFrame, seg(0, 10), kSynFrame, seg(10, 81)}, {line(4, 0), line(4, 1), line(4, 2)}},
+        {"ethernet padding after a segment", {{eth(0x0800, ipv4(tcp(40000, 30490, 1001, kAck, kStream), V4{6}) + Bytes(6, 0))}},
+         {line(1, 0), line(1, 1), line(1, 2)}},
+        {"closed inside a message; later bytes ignored", {kSynFrame, seg(0, 40, kAck | kFin), seg(40, 81)}, {line(2, 0), line(2, 1), "#2 !tcp-incomplete@35"}},
         {"reset inside a message", {kSynFrame, seg(0, 40), seg(40, 40, kRst)}, {line(2, 0), line(2, 1), "#3 !tcp-incomplete@35"}},
         {"inconsistent header, then resynchronised", {kSynFrame, seg(0, 51, kAck, broken)},
          {line(2, 0), "#2 !someip-bad-header@17", "#2 !tcp-skipped@18", line(2, 1)}},
@@ -121,6 +133,12 @@ TEST(CaptureStreams, TcpBuffersStayWithinTheirLimits)
     const StreamCase held = {"", {kSynFrame, seg(0, 120, kAck, big), seg(120, 208, kAck, big)},
                              {"#2 !reassembly-limit@0", "#3 !tcp-skipped@120"}, {}, small};
     EXPECT_EQ(run(held).lines, held.lines);
+    const Frame other_syn = {eth(0x0800, ipv4(tcp(40001, 30490, 1000, kSyn, {}), V4{6}))};
+    const Frame other = {eth(0x0800, ipv4(tcp(40001, 30490, 1001, kAck, slice(big, 0, 60)), V4{6}))};
+    const StreamCase two = {"", {kSynFrame, seg(0, 60, kAck, big), other_syn, other}, {"#4 !reassembly-limit@0", "#4 !tcp-incomplete@0"}, {}, small};
+    const Result r = run(two);
+    EXPECT_EQ(r.lines, two.lines);
+    EXPECT_EQ(r.flows, (std::vector<std::string>{"tcp 10.0.0.1:40000>10.0.0.2:30490", "tcp 10.0.0.1:40001>10.0.0.2:30490"}));
     Limits short_messages;
     short_messages.max_message = 150;  // a 166-byte message is not a plausible header
     const Bytes huge = someip(0x12348002, 0x10002, 0x02, pattern(150));
