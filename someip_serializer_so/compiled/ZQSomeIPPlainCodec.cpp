@@ -282,7 +282,7 @@ private:
             const uint32_t length = peekLength(data_ + base, at + pad, lfs, attr_);
             if (at + pad + lfs + length == end) {
                 if (length != expected) {
-                    return fail(Error::BadString, base + at, "the string holds a zero before its end");
+                    return fail(Error::BadString, base + at, "the string holds a zero, or a unit that does not convert, before its end");
                 }
                 break;
             }

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "ZQSomeIPPayloadFrameRules.h"
+#include "ZQSomeIPPayloadUtf16.h"
 #include "zq_someip_log.h"
 
 namespace {
@@ -17,57 +18,18 @@ bool fits(uint32_t index, uint32_t count, uint32_t size)
     return static_cast<uint64_t>(index) + count <= size;
 }
 
-void append_utf8(std::string& out, uint32_t cp)
-{
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-}
-
-bool is_high_surrogate(uint32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool is_low_surrogate(uint32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
-
-// UTF-16 code units (`bytes` holds `count` bytes, two per unit, in the given order) to UTF-8. Produces
-// what std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>::to_bytes produces: surrogate
-// pairs combined, U+0000 kept, no byte order mark written. Any unpaired surrogate (a lone low one, a
-// high one followed by something else or standing last) throws std::range_error with the standard
-// converter's text.
+// UTF-16 code units (`bytes` holds `count` bytes, two per unit, in the given order) to UTF-8, by the
+// standard converter (U+0000 kept, no byte order mark written; what it refuses throws std::range_error
+// "wstring_convert::to_bytes", which leaves through the caller).
 std::string utf16_to_utf8(const uint8_t* bytes, uint32_t count, bool little_endian)
 {
-    std::string out;
-    out.reserve(count + count / 2);
-    const uint32_t units = count / 2;
-    auto unit_at = [bytes, little_endian](uint32_t i) -> uint32_t {
+    std::u16string units(count / 2, u'\0');
+    for (uint32_t i = 0; i < count / 2; ++i) {
         const uint32_t b0 = bytes[2 * i];
         const uint32_t b1 = bytes[2 * i + 1];
-        return little_endian ? (b0 | (b1 << 8)) : ((b0 << 8) | b1);
-    };
-    for (uint32_t i = 0; i < units; ++i) {
-        uint32_t cp = unit_at(i);
-        if (is_high_surrogate(cp)) {
-            if (i + 1 >= units || !is_low_surrogate(unit_at(i + 1))) {
-                throw std::range_error("wstring_convert::to_bytes");
-            }
-            cp = 0x10000 + ((cp - 0xD800) << 10) + (unit_at(i + 1) - 0xDC00);
-            ++i;
-        } else if (is_low_surrogate(cp)) {
-            throw std::range_error("wstring_convert::to_bytes");
-        }
-        append_utf8(out, cp);
+        units[i] = static_cast<char16_t>(little_endian ? (b0 | (b1 << 8)) : ((b0 << 8) | b1));
     }
-    return out;
+    return zq_someip_utf16_to_utf8(units);
 }
 
 } // namespace

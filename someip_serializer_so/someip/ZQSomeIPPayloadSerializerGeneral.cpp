@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "ZQSomeIPPayloadFrameRules.h"
+#include "ZQSomeIPPayloadUtf16.h"
 #include "zq_someip_log.h"
 
 using Rules = ZQSomeIPPayloadFrameRules;
@@ -13,76 +14,6 @@ namespace {
 
 constexpr uint32_t kReservedBytes = 4096;
 
-// UTF-8 to UTF-16 code units, as std::wstring_convert<std::codecvt_utf8_utf16<char16_t, 0x10FFFF>> gives
-// them, with its exception on invalid input. Rejected: stray continuation bytes, the lead bytes C0, C1
-// and F5-FF, overlong forms, code points above U+10FFFF, surrogate code points (ED A0-BF ..) and a
-// sequence cut short by the end of the text. (libstdc++ 12 itself lets the last two through, as a lone
-// surrogate unit and as silently dropped trailing bytes; both are invalid UTF-8 and rejected here.)
-// No byte order mark is consumed: EF BB BF in the text becomes U+FEFF.
-std::u16string utf8_to_utf16(const std::string& text)
-{
-    const auto invalid = [] { throw std::range_error("wstring_convert::from_bytes"); };
-    std::u16string out;
-    out.reserve(text.size());
-    const size_t n = text.size();
-    size_t i = 0;
-    while (i < n) {
-        const unsigned char c1 = static_cast<unsigned char>(text[i]);
-        if (c1 < 0x80) {
-            out.push_back(c1);
-            ++i;
-            continue;
-        }
-        size_t len = 0;
-        uint32_t cp = 0;
-        unsigned char lo = 0x80;  // allowed range of the second byte
-        unsigned char hi = 0xBF;
-        if (c1 < 0xC2) {
-            invalid();  // continuation byte, or overlong 2-byte lead
-        } else if (c1 < 0xE0) {
-            len = 2;
-            cp = c1 & 0x1Fu;
-        } else if (c1 < 0xF0) {
-            len = 3;
-            cp = c1 & 0x0Fu;
-            if (c1 == 0xE0) {
-                lo = 0xA0;  // overlong
-            } else if (c1 == 0xED) {
-                hi = 0x9F;  // surrogates
-            }
-        } else if (c1 < 0xF5) {
-            len = 4;
-            cp = c1 & 0x07u;
-            if (c1 == 0xF0) {
-                lo = 0x90;  // overlong
-            } else if (c1 == 0xF4) {
-                hi = 0x8F;  // above U+10FFFF
-            }
-        } else {
-            invalid();  // above U+10FFFF
-        }
-        if (n - i < len) {
-            invalid();  // truncated
-        }
-        for (size_t k = 1; k < len; ++k) {
-            const unsigned char c = static_cast<unsigned char>(text[i + k]);
-            const bool ok = k == 1 ? (c >= lo && c <= hi) : (c & 0xC0u) == 0x80u;
-            if (!ok) {
-                invalid();
-            }
-            cp = (cp << 6) | (c & 0x3Fu);
-        }
-        i += len;
-        if (cp < 0x10000) {
-            out.push_back(static_cast<char16_t>(cp));
-        } else {
-            cp -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FFu)));
-        }
-    }
-    return out;
-}
 
 // Bytes of a length, type or selector field of `size` bytes in the utility's current network order:
 // 1 is the low byte as is, 2 and 4 go through the 16- and 32-bit wire conversions (a value too large
@@ -161,7 +92,7 @@ uint32_t ZQSomeIPPayloadSerializerGeneral::calc_size(uint32_t alignment_bytes, u
 uint32_t ZQSomeIPPayloadSerializerGeneral::write_union_padding(const ZQSomeIPInternalAttr* frame)
 {
     if (!frame) {
-        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  write_attr is null");
+        ZQ_SOMEIP_LOGE("[%s][%d][%s]  write_attr is null");
         return ZQ_SOMEIP_PAYLOAD_ERROR;
     }
     write_padding(Rules::align_padding(position - frame->begin_index, frame->attr.alignment), 0x00);
@@ -457,7 +388,7 @@ uint32_t ZQSomeIPPayloadSerializerGeneral::write_string(const std::string& text,
         static const unsigned char terminator16[2] = {0x00, 0x00};
         const bool little = a.attr.byte_order == ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
         write_payload(little ? BOM_UTF16LE : BOM_UTF16BE, 2);
-        const std::u16string units = utf8_to_utf16(text);  // throws std::range_error on invalid UTF-8
+        const std::u16string units = zq_someip_utf8_to_utf16(text);  // throws std::range_error on what the converter refuses
         std::vector<unsigned char> bytes;
         bytes.reserve(units.size() * 2);
         for (const char16_t unit : units) {

@@ -44,12 +44,9 @@ public:
 
     // Strings arrive as UTF-8; `dynamic` marks a variable-length string (needs a length field, and the
     // element after it is aligned).
+    // A string literal given without its other arguments converts to bool, not to text: pass a
+    // std::string.
     uint32_t write(const std::string& text, const ZQSomeIPExtendAttr* attr = nullptr, bool dynamic = false);
-    // A string literal is text, not a bool.
-    uint32_t write(const char* text, const ZQSomeIPExtendAttr* attr = nullptr, bool dynamic = false)
-    {
-        return write(std::string(text ? text : ""), attr, dynamic);
-    }
 
     // Containers: begin reserves the length field (and writes a union's selector), data_end back-patches.
     uint32_t struct_data_begin(const ZQSomeIPExtendAttr* attr = nullptr);
