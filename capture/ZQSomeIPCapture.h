@@ -100,7 +100,8 @@ struct SdMessage;
 
 // One yielded record: a SOME/IP message, or an error with as much context as is known.
 struct Message {
-    uint64_t frame = 0;            // 1-based number of the frame that completed the message (or showed the error)
+    uint64_t frame = 0;            // 1-based number of the frame that completed the message or showed the error;
+                                   // for losses found when the capture ends, the last frame that contributed
     int64_t seconds = 0;           // capture time of that frame
     uint32_t nanoseconds = 0;
     uint8_t time_digits = 6;       // decimal places the file records (6: microseconds, 9: nanoseconds)
@@ -158,7 +159,7 @@ struct Statistics {
     uint64_t unsupported_link_frames = 0;  // link types the reader does not decode
     uint64_t skipped_frames = 0;   // frames carrying no SOME/IP by the rules above (not IP, not UDP/TCP,
                                    // outside the port selection, failing the first-header checks)
-    uint64_t messages = 0;         // messages yielded (a reassembled TP message counts once)
+    uint64_t messages = 0;         // messages yielded, sd-malformed ones included (a reassembled TP message counts once)
     uint64_t tp_segments = 0;      // TP segments accepted
     uint64_t sd_messages = 0;
     uint64_t magic_cookies = 0;

@@ -18,16 +18,8 @@ namespace capturetest {
 using namespace ZQSomeIP::capture;
 using Bytes = std::vector<uint8_t>;
 
-inline Bytes operator+(Bytes a, const Bytes& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-inline Bytes& operator+=(Bytes& a, const Bytes& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
+inline Bytes& operator+=(Bytes& a, const Bytes& b) { return a.insert(a.end(), b.begin(), b.end()), a; }
+inline Bytes operator+(Bytes a, const Bytes& b) { return a += b; }
 inline Bytes be(uint64_t v, int n)
 {
     Bytes out;
@@ -36,9 +28,8 @@ inline Bytes be(uint64_t v, int n)
 }
 inline Bytes le(uint64_t v, int n)
 {
-    Bytes out;
-    for (int i = 0; i < n; ++i) out.push_back(static_cast<uint8_t>(v >> 8 * i));
-    return out;
+    Bytes out = be(v, n);
+    return std::reverse(out.begin(), out.end()), out;
 }
 inline Bytes pattern(size_t n, uint8_t seed = 0)
 {
@@ -47,11 +38,7 @@ inline Bytes pattern(size_t n, uint8_t seed = 0)
     return out;
 }
 inline Bytes slice(const Bytes& b, size_t from, size_t to) { return Bytes(b.begin() + from, b.begin() + to); }
-inline Bytes patched(Bytes b, size_t at, const Bytes& with)
-{
-    std::copy(with.begin(), with.end(), b.begin() + static_cast<long>(at));
-    return b;
-}
+inline Bytes patched(Bytes b, size_t at, const Bytes& with) { return std::copy(with.begin(), with.end(), b.begin() + at), b; }
 
 // ---- SOME/IP: id = service << 16 | method, req = client << 16 | session ----
 inline Bytes someip(uint32_t id, uint32_t req, uint8_t type, const Bytes& payload, uint8_t rc = 0, int length_skew = 0)
@@ -76,8 +63,7 @@ inline Bytes tcp(uint16_t sp, uint16_t dp, uint32_t seq, uint8_t flags, const By
 inline Bytes addr(int family, const char* text)
 {
     Bytes out(family == 4 ? 4 : 16);
-    inet_pton(family == 4 ? AF_INET : AF_INET6, text, out.data());
-    return out;
+    return inet_pton(family == 4 ? AF_INET : AF_INET6, text, out.data()), out;
 }
 struct V4 {
     uint8_t proto = 17;
@@ -100,7 +86,7 @@ inline Bytes ipv6(uint8_t next, const Bytes& payload, const char* src = "fe80::1
 inline Bytes eth(uint16_t type, const Bytes& p, const std::vector<uint16_t>& tags = {})
 {
     Bytes out = Bytes{2, 0, 0, 0, 0, 2, 2, 0, 0, 0, 0, 1};
-    for (uint16_t t : tags) out = out + be(t, 2) + be(100, 2);
+    for (uint16_t t : tags) out += be(t, 2) + be(100, 2);
     return out + be(type, 2) + p;
 }
 enum : uint32_t { kEthernet = 1, kRaw = 101, kSll = 113, kSll2 = 276, kIpv4Link = 228, kIpv6Link = 229, kNull = 0 };
@@ -112,6 +98,11 @@ struct Frame {
     uint32_t iface = 0;     // pcapng only
     uint32_t original = 0;  // 0: data.size(); more: the frame was cut to data
 };
+inline Frame cutFrame(Frame f, size_t drop)
+{
+    f.original = static_cast<uint32_t>(f.data.size());
+    return f.data.resize(f.data.size() - drop), f;
+}
 
 inline std::string tempPath(const std::string& name)
 {
@@ -144,34 +135,30 @@ inline Bytes pcapngBytes(const std::vector<Interface>& ifaces, const std::vector
     };
     Bytes out = block(0x0A0D0D0A, u(0x1A2B3C4D, 4) + u(1, 2) + u(0, 2) + u(~0ull, 8));
     for (const Interface& i : ifaces)
-        out += block(1, u(i.link, 2) + u(0, 2) + u(0, 4) + u(9, 2) + u(1, 2) + Bytes{i.tsresol, 0, 0, 0} + u(14, 2) + u(8, 2) +
+        out += block(1, u(i.link, 2) + u(0, 4 + 2) + u(9, 2) + u(1, 2) + Bytes{i.tsresol, 0, 0, 0} + u(14, 2) + u(8, 2) +
                             u(static_cast<uint64_t>(i.tsoffset), 8) + u(0, 4));
-    for (const Frame& f : frames) {
-        Bytes body = u(f.iface, 4) + u(f.ts >> 32, 4) + u(f.ts & 0xFFFFFFFF, 4) + u(f.data.size(), 4) +
-                     u(f.original ? f.original : f.data.size(), 4) + f.data;
-        out += block(6, body);
-    }
+    for (const Frame& f : frames)
+        out += block(6, u(f.iface, 4) + u(f.ts >> 32, 4) + u(f.ts & 0xFFFFFFFF, 4) + u(f.data.size(), 4) +
+                            u(f.original ? f.original : f.data.size(), 4) + f.data);
     return out;
 }
 
 // ---- reading ----
 
-// "#frame service.method t<type> s<session> <payload>" (payloads over 16 bytes as "<size>B:<checksum>",
-// " tp<n>" for reassembled TP messages); errors "#frame !<name>@<offset>".
+// Payloads up to 16 bytes in hex, longer ones as "<size>B:<checksum>".
 inline std::string payloadText(const uint8_t* p, size_t n)
 {
     char buf[32];
     std::string out;
-    if (n <= 16) {
-        for (size_t i = 0; i < n; ++i) std::snprintf(buf, sizeof buf, "%02x", p[i]), out += buf;
-        return out;
-    }
     uint32_t h = 2166136261u;
-    for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 16777619u;
+    for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 16777619u, std::snprintf(buf, sizeof buf, "%02x", p[i]), out += buf;
+    if (n <= 16) return out;
     std::snprintf(buf, sizeof buf, "%zuB:%08x", n, h);
     return buf;
 }
 inline std::string payloadText(const Bytes& b) { return payloadText(b.data(), b.size()); }
+// "#frame service.method t<type> s<session> <payload>", " tp<n>" for reassembled TP messages; errors
+// "#frame !<name>@<offset>".
 inline std::string describe(const Message& m)
 {
     char buf[96];
@@ -188,24 +175,25 @@ inline std::string describe(const Message& m)
 struct Result {
     std::vector<std::string> lines;
     std::vector<std::string> flows;  // "udp 10.0.0.1:30490>10.0.0.2:30490" per record
-    std::vector<Message> messages;
+    std::vector<Message> messages;   // payload and sd pointers cleared (they do not outlive the reader)
     Status status;
+    uint64_t bytes_read = 0, file_size = 0;
     std::string open_error;
 };
+// Reads everything; every message yielded without error must have a length field matching its payload.
 inline Result readAll(const std::string& path, const Options& options = {})
 {
     Result r;
     auto reader = CaptureReader::open(path, options, r.open_error);
-    if (!reader) return r;
-    for (Message m; reader->next(m);) {
+    for (Message m; reader && reader->next(m);) {
+        if (m.ok()) { EXPECT_EQ(m.payload_size + 8, m.header.length) << describe(m); }
         r.lines.push_back(describe(m));
-        r.flows.push_back(std::string(m.transport == Transport::Udp ? "udp " : "tcp ") + std::string(m.source.text()) + ">" +
+        r.flows.push_back((m.transport == Transport::Udp ? "udp " : "tcp ") + std::string(m.source.text()) + ">" +
                           std::string(m.destination.text()));
-        m.payload = nullptr;  // not valid past the next call
-        m.sd = nullptr;
+        m.payload = nullptr, m.sd = nullptr;
         r.messages.push_back(m);
     }
-    r.status = reader->status();
+    if (reader) r.status = reader->status(), r.bytes_read = reader->bytesRead(), r.file_size = reader->fileSize();
     return r;
 }
 inline Result readPcap(uint32_t link, const std::vector<Frame>& frames, const Options& options = {}, bool nano = false)

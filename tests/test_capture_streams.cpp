@@ -41,8 +41,6 @@ TEST(CaptureStreams, FragmentsAreReassembled)
 {
     Limits one;
     one.ip_datagrams = 1;
-    Frame cut = v4(0, 24);
-    cut.original = static_cast<uint32_t>(cut.data.size()), cut.data.resize(cut.data.size() - 8);
     const std::vector<StreamCase> cases = {
         {"in order", {v4(0, 24), v4(24, 48), v4(48, 64)}, {"#3 " + kWhole}},
         {"reverse order", {v4(48, 64), v4(24, 48), v4(0, 24)}, {"#3 " + kWhole}},
@@ -53,7 +51,7 @@ TEST(CaptureStreams, FragmentsAreReassembled)
         {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#2 !ip-fragments-missing@24"}},
         {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#2 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
         {"inner fragment not a multiple of 8", {v4(0, 20)}, {"#1 !ip-fragment-invalid@34"}},
-        {"fragment cut by the snaplen", {cut}, {"#1 !frame-cut@34"}},
+        {"fragment cut by the snaplen", {cutFrame(v4(0, 24), 8)}, {"#1 !frame-cut@34"}},
         {"datagrams in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
          {"#2 !reassembly-limit@24", "#4 " + kWhole}, {}, one},
     };
@@ -89,14 +87,12 @@ TEST(CaptureStreams, TcpStreamsAreReassembled)
     Limits narrow;
     narrow.tcp_window = 32;
     const Bytes garbage(16, 0xEE), fake = someip(0x11112222, 1, 0x02, {});
-    Frame cut = seg(0, 81);
-    cut.original = static_cast<uint32_t>(cut.data.size()), cut.data.resize(cut.data.size() - 20);
     const Bytes broken = kA + garbage + kB;
     const std::vector<StreamCase> cases = {
         {"split across segments", {kSynFrame, seg(0, 10), seg(10, 50), seg(50, 81)}, {line(3, 0), line(3, 1), line(4, 2)}},
         {"packed in one segment", {kSynFrame, seg(0, 81)}, {line(2, 0), line(2, 1), line(2, 2)}},
         {"reverse order", {kSynFrame, seg(50, 81), seg(20, 50), seg(0, 20)}, {line(4, 0), line(4, 1), line(4, 2)}},
-        {"segment cut by the snaplen", {kSynFrame, cut}, {line(2, 0), line(2, 1), "#2 !frame-cut@61"}},
+        {"segment cut by the snaplen", {kSynFrame, cutFrame(seg(0, 81), 20)}, {line(2, 0), line(2, 1), "#2 !frame-cut@61"}},
         {"retransmitted", {kSynFrame, seg(0, 50), seg(0, 50), seg(50, 81)}, {line(2, 0), line(2, 1), line(4, 2)}},
         {"overlapping retransmission", {kSynFrame, seg(0, 30), seg(20, 81)}, {line(2, 0), line(3, 1), line(3, 2)}},
         {"gap beyond the window", {kSynFrame, seg(0, 20), seg(35, 81)}, {line(2, 0), "#3 !tcp-gap@20", line(3, 2)}, {}, narrow},

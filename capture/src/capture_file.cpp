@@ -65,12 +65,26 @@ public:
         consumed_ += take;
         return take;
     }
-    // Gives back everything taken so far; only possible while the first buffer is still held.
-    bool rewind()
+    // Makes the next `n` bytes (at most the buffer's size) readable at `at` without taking them; false when
+    // the input ends first.
+    bool peek(size_t n, const uint8_t*& at)
     {
-        if (pulled_ != end_) return false;
-        pos_ = 0;
-        consumed_ = 0;
+        if (end_ - pos_ < n) {
+            std::memmove(buf_.data(), buf_.data() + pos_, end_ - pos_);
+            end_ -= pos_;
+            pos_ = 0;
+            while (end_ < n) {
+                const ssize_t got = ::read(fd_, buf_.data() + end_, buf_.size() - end_);
+                if (got > 0) {
+                    end_ += static_cast<size_t>(got);
+                    pulled_ += static_cast<uint64_t>(got);
+                } else if (got == 0 || errno != EINTR) {
+                    if (got < 0) errno_ = errno;
+                    return false;
+                }
+            }
+        }
+        at = buf_.data() + pos_;
         return true;
     }
     uint64_t consumed() const { return consumed_; }
@@ -120,7 +134,7 @@ ssize_t cookieRead(void* cookie, char* out, size_t n)
 
 class PcapSource : public FrameSource {
 public:
-    // Either `path` names a regular file, or `stream` (already rewound) is read through a stdio cookie.
+    // Either `path` names a regular file, or `stream` (nothing taken yet) is read through a stdio cookie.
     static std::unique_ptr<PcapSource> open(const std::string& path, std::unique_ptr<ByteSource> stream,
                                             uint8_t digits, uint64_t size, std::string& error)
     {
@@ -217,7 +231,7 @@ public:
                 return damaged(at, "a block before the first section header");
             }
             const uint32_t total = u32(head + 4);
-            if (total < 12 + have || total % 4 != 0)
+            if (total < (type == kSectionHeader ? 28u : 12u) || total % 4 != 0)
                 return damaged(at, "block length " + std::to_string(total) + " is impossible");
             const uint32_t body = total - 12;
             const bool wanted = type == kSectionHeader || type == kInterface || type == kEnhancedPacket ||
@@ -393,15 +407,14 @@ std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::strin
     const uint64_t size = regular ? static_cast<uint64_t>(st.st_size) : 0;
     auto in = std::make_unique<ByteSource>(fd, !stdin_);
 
-    uint8_t m[4];
-    if (in->read(m, 4) < 4) {
+    const uint8_t* m = nullptr;
+    if (!in->peek(4, m)) {
         error = name + (in->failed() ? std::string(": ") + in->failure() : ": too short to be a capture file");
         return nullptr;
     }
     const uint32_t magic = uint32_t{m[0]} | uint32_t{m[1]} << 8 | uint32_t{m[2]} << 16 | uint32_t{m[3]} << 24;
     const auto either = [magic](uint32_t v) { return magic == v || magic == __builtin_bswap32(v); };
     if (magic == 0x0A0D0D0Au) {
-        in->rewind();
         return std::make_unique<PcapngSource>(std::move(in), size);
     }
     if (!either(0xA1B2C3D4u) && !either(0xA1B23C4Du) && !either(0xA1B2CD34u)) {
@@ -413,7 +426,6 @@ std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::strin
         in.reset();  // libpcap opens the file itself
         return PcapSource::open(path, nullptr, digits, size, error);
     }
-    in->rewind();
     return PcapSource::open(name, std::move(in), digits, size, error);
 }
 
