@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "someip/zq_someip_log.h"
@@ -141,24 +142,44 @@ int ZQSomeIPFormatAnalyzer::loadFormatJsonDir_Inner(std::string path)
 
 void ZQSomeIPFormatAnalyzer::recureFormatFiles(std::string dir, std::vector<std::string>& files)
 {
+    std::vector<std::pair<unsigned long, unsigned long>> ancestors;
+    recureFormatFiles(dir, files, ancestors);
+}
+
+void ZQSomeIPFormatAnalyzer::recureFormatFiles(const std::string& dir, std::vector<std::string>& files,
+                                               std::vector<std::pair<unsigned long, unsigned long>>& ancestors)
+{
+    struct stat info;
+    if (stat(dir.c_str(), &info) == 0) {
+        const std::pair<unsigned long, unsigned long> self(info.st_dev, info.st_ino);
+        if (std::find(ancestors.begin(), ancestors.end(), self) != ancestors.end()) {
+            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** recureFormatFiles() [%s] leads back to a directory above it, not "
+                           "followed *****",
+                           dir.c_str());
+            return;
+        }
+        ancestors.push_back(self);
+    } else {
+        ancestors.emplace_back(0, 0);
+    }
     DIR* handle = opendir(dir.c_str());
-    if (handle == nullptr) {
-        return;
-    }
-    while (struct dirent* entry = readdir(handle)) {
-        const std::string name = entry->d_name;
-        if (name == "." || name == "..") {
-            continue;
+    if (handle != nullptr) {
+        while (struct dirent* entry = readdir(handle)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..") {
+                continue;
+            }
+            const std::string full = dir + "/" + name;
+            const int type = pathType(full);
+            if (type == 0 && isFormatFile(name)) {
+                files.push_back(full);
+            } else if (type == 1) {
+                recureFormatFiles(full, files, ancestors);
+            }
         }
-        const std::string full = dir + "/" + name;
-        const int type = pathType(full);
-        if (type == 0 && isFormatFile(name)) {
-            files.push_back(full);
-        } else if (type == 1) {
-            recureFormatFiles(full, files);
-        }
+        closedir(handle);
     }
-    closedir(handle);
+    ancestors.pop_back();
 }
 
 bool ZQSomeIPFormatAnalyzer::scanDocument(Json::Value& document, int serviceID, int methodID,

@@ -4,6 +4,7 @@
 #include <deque>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <json/json.h>
@@ -76,6 +77,11 @@ public:
     size_t formatCount() const { return formats.size(); }
 
 private:
+    // Walks `dir`; `ancestors` identifies (device, inode) the directories above it, so that a link
+    // back to one of them is not followed round and round.
+    void recureFormatFiles(const std::string& dir, std::vector<std::string>& files,
+                           std::vector<std::pair<unsigned long, unsigned long>>& ancestors);
+
     // The scan of one document: its first service with the ID whose member arrays hold the message
     // writes `format` and `attr` and ends the search in this document.
     bool scanDocument(Json::Value& document, int serviceID, int methodID, const ZQSomeIPSearchPlan* plan,

@@ -14,6 +14,10 @@ namespace {
 
 const uint32_t kWalkFailed = 0xFFFFFFFFu;
 
+// How many elements of a fixed array may take no payload bytes at all (empty vectors without a
+// length field): far more than a real message has (fixed arrays hold tens to thousands).
+const uint64_t kMaxEmptyElements = 1u << 16;
+
 // How a value appears in its read line: "%d" and "%u" take an int-sized argument, so the 64-bit
 // values show their low 32 bits there ("Value" keeps all of them); "%f" takes a double.
 int shown(bool v) { return v; }
@@ -259,9 +263,21 @@ uint32_t Inner_someipDeserializer::deserialize_array(ZQSomeIPPayloadDeserializer
     }
     ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_array() Start. payloadLength = %d *****",
                    static_cast<int>(remaining));
+    // Every element but an empty one takes at least a byte: more elements than the bytes left plus
+    // 65,536 empty ones (a count such as "-1", read as 2^32 - 1) could only be walked without end.
+    const uint32_t left = r->get_index() < r->get_size() ? r->get_size() - r->get_index() : 0;
+    const uint64_t budget = static_cast<uint64_t>(left) + kMaxEmptyElements;
+    uint64_t walked = 0;
     int read = 0;
-    uint32_t status = expandElements(r, arr, remaining, Walker::Array, read, [&count]() { return --count == 0; });
+    uint32_t status = expandElements(r, arr, remaining, Walker::Array, read,
+                                     [&count, &walked, budget]() { return --count == 0 || ++walked >= budget; });
     if (status == kWalkFailed) {
+        return kWalkFailed;
+    }
+    if (count != 0) {
+        ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** deserialize_array() ERROR!!! %d elements walked, %u more declared, "
+                       "%u bytes were left *****",
+                       read, count, left);
         return kWalkFailed;
     }
     ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_array() end. Array Cnt = %d *****", read);

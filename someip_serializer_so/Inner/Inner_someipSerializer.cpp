@@ -23,6 +23,10 @@ const char* const kVector = "serialize_vector";
 // does not add its "exit with Error occurred." line.
 const unsigned int kBeginFailed = 0xFFFFFFFEu;
 
+// The most elements a short fixed array is padded with (a million: fixed arrays of real messages
+// hold tens to thousands).
+const unsigned int kMaxArrayPadding = 1u << 20;
+
 } // namespace
 
 Inner_someipSerializer::Inner_someipSerializer(ZQSomeIPExtendAttr& attr) : engine(nullptr), extend_attr()
@@ -169,6 +173,14 @@ unsigned int Inner_someipSerializer::serialize_array(ZQSomeIPPayloadSerializerGe
             " [%s][%d][%s]  ***** serialize_array() Warning!!! Array size mismatch. Actual :%d, Expected :%d *****",
             static_cast<int>(subParams.size()), static_cast<int>(expectedCount));
         // A short list is filled up with copies of its first element; a long one is written whole.
+        // The copies are bounded: a count far beyond any real message (such as "-1", read as 2^32 - 1)
+        // would otherwise exhaust memory.
+        if (expectedCount - subParams.size() > kMaxArrayPadding && subParams.size() < expectedCount) {
+            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** serialize_array() ERROR!!! Array size %u needs more than %u "
+                           "copies of its first element *****",
+                           expectedCount, kMaxArrayPadding);
+            return kWalkFailed;
+        }
         if (subParams.size() < expectedCount) {
             const Json::Value first = *subParams.begin();
             while (subParams.size() < expectedCount) {
