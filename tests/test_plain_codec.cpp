@@ -421,6 +421,13 @@ TEST(PlainCodec, LoadingIsStrictAndNamesTheFile)
     ZQSomeIPPlainStatus status;
     EXPECT_EQ(ZQSomeIPFormatSet::load(dir.path + "/absent", status), nullptr);
     EXPECT_EQ(status.code, ZQSomeIPPlainError::FileError);
+
+    // A format the plain codec cannot use loads, and says why when it is used.
+    auto set = loadOne(dir, formatFile(convtest::parse(R"([{"ParamName":"a","ParamType":"UNION"}])"), bigEndian8()));
+    std::string out;
+    status = plainDecode(*set, 0x1234, 1, 2, nullptr, 0, out);
+    EXPECT_EQ(status.code, ZQSomeIPPlainError::UnsupportedFormat);
+    EXPECT_NE(status.message.find("unknown type \"UNION\""), std::string::npos) << status.message;
 }
 
 TEST(PlainCodec, OneFormatSetServesManyThreads)
