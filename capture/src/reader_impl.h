@@ -82,7 +82,7 @@ struct TcpStream {
     Seen first, last;
 };
 
-struct CaptureReader::Impl {
+struct __attribute__((visibility("hidden"))) CaptureReader::Impl {
     Options options;
     bool any_port = true;
     std::vector<uint64_t> ports;  // 65536 bits
