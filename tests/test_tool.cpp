@@ -5,7 +5,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -285,4 +287,52 @@ TEST(Tool, StreamMode)
         EXPECT_EQ(err.rfind("someip-json: stream: ", 0), 0u) << err;
         EXPECT_NE(err.find(c.summary), std::string::npos) << err;
     }
+}
+
+// A capture of the reference workload to JSON lines: header and payload in every line, selection,
+// messages without a format, and a capture cut short.
+TEST(Tool, CaptureToJsonLines)
+{
+    if (std::string(SOMEIP_TOOL_PATH).empty()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    if (!std::ifstream(SOMEIP_WORKLOADS_DIR "/bulk/gen.py")) {
+        GTEST_SKIP() << "the reference workload generator is not beside the repository";
+    }
+    const std::string dir = ::testing::TempDir() + "someip_capture_" + std::to_string(getpid());
+    ASSERT_EQ(std::system(("python3 " SOMEIP_WORKLOADS_DIR "/bulk/gen.py " + dir + " 20 >/dev/null").c_str()), 0);
+    const std::string pcap = dir + "/bulk.pcap";
+    // The same capture cut inside its last frame.
+    std::ifstream in(pcap, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::ofstream(dir + "/cut.pcap", std::ios::binary) << bytes.substr(0, bytes.size() - 40);
+    const std::string bulk = std::string(" --formats ") + SOMEIP_WORKLOADS_DIR + "/bulk/bulk.json";
+    const struct {
+        std::string args;
+        int status;
+        size_t lines;
+        const char* first;  // a part of the first line
+        const char* err;    // a part of standard error
+    } cases[] = {
+        {"capture " + pcap + bulk, 0, 20,
+         R"({"frame":1,"time":"2023-11-14T22:13:20.000000Z","src":"10.0.0.1:30490","dst":"10.0.0.2:30490",)"
+         R"("transport":"udp","service":4660,"method":32770,"length":134,"client":0,"session":1,"protocol_version":1,)"
+         R"("interface_version":1,"message_type":2,"return_code":0,"payload":{"u8":68,)",
+         "20 SOME/IP messages, 20 lines, 20 decoded, 0 failed"},
+        {"capture " + pcap + bulk + " --method 32769 --limit 2", 0, 2, R"("method":32769,)", "2 lines"},
+        {"capture " + pcap + bulk + " --classic --limit 1", 0, 1, R"("payload":[{"ParamName":"u8","ParamType":"uint8_t","Value":"68"},)", ""},
+        {"capture " + pcap + " --formats " SOMEIP_EXAMPLES_DIR "/media", 0, 20,
+         R"("error":{"code":"unknown_message","offset":0,"message":"no format for service 4660, method 32770, )",
+         "unknown service 0x1234 method 0x8002"},
+        {"capture " + dir + "/cut.pcap" + bulk, 1, 19, R"({"frame":1,)", "cut.pcap: "},
+        {"capture " + dir + "/absent.pcap" + bulk, 2, 0, "", "absent.pcap"},
+    };
+    for (const auto& c : cases) {
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, "", out, err), c.status) << c.args << "\n" << err;
+        EXPECT_EQ(static_cast<size_t>(std::count(out.begin(), out.end(), '\n')), c.lines) << c.args;
+        EXPECT_NE(out.substr(0, out.find('\n')).find(c.first), std::string::npos) << c.args << "\n" << out.substr(0, 600);
+        EXPECT_NE(err.find(c.err), std::string::npos) << c.args << "\n" << err;
+    }
+    std::system(("rm -rf " + dir).c_str());
 }

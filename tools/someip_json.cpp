@@ -4,6 +4,7 @@
 //   someip-json decode --formats PATH --service ID --method ID --type TYPE [--payload HEX] [--plain] [--pretty]
 //   someip-json encode --formats PATH --service ID --method ID --type TYPE [--json FILE] [--plain]
 //   someip-json decode|encode --formats PATH --stream FILE [--plain]
+//   someip-json capture FILE... --formats PATH [--port N] [--service ID] [--method ID] [--type TYPE] [--limit N]
 //
 // Results go to standard output; every error is one line on standard error. Exit status: 0 success,
 // 1 the conversion (or loading, or lookup) failed, 2 bad command line or unreadable input.
@@ -21,6 +22,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "capture_command.h"
 #include "convert_commands.h"
 #include "someip/zq_someip_log.h"
 #include "tool_support.h"
@@ -63,6 +65,7 @@ int main(int argc, char** argv)
     commands.push_back(makeFormatCommand());
     commands.push_back(makeDecodeCommand());
     commands.push_back(makeEncodeCommand());
+    commands.push_back(makeCaptureCommand());
 
     std::vector<CLI::App*> parsers;
     for (const auto& command : commands) {
