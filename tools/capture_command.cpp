@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -25,8 +26,7 @@ using Clock = std::chrono::steady_clock;
 void appendNumber(std::string& out, uint64_t v)
 {
     char digits[24];
-    const int n = snprintf(digits, sizeof(digits), "%llu", static_cast<unsigned long long>(v));
-    out.append(digits, static_cast<size_t>(n));
+    out.append(digits, std::to_chars(digits, digits + sizeof(digits), v).ptr);
 }
 
 // "offer-service" -> "offer_service": the line's words are JSON-friendly identifiers.
@@ -174,15 +174,17 @@ private:
         }
         out += ",\"time\":\"";
         out += time_text_;
-        char fraction[16];
+        // The fraction with as many digits as the file records.
         const uint32_t digits = m.time_digits > 9 ? 9 : m.time_digits;
-        uint32_t value = m.nanoseconds;
-        for (uint32_t i = digits; i < 9; ++i) {
-            value /= 10;
-        }
         if (digits > 0) {
-            snprintf(fraction, sizeof(fraction), ".%0*u", static_cast<int>(digits), value);
-            out += fraction;
+            char fraction[10];
+            uint32_t value = m.nanoseconds;
+            for (int i = 8; i >= 0; --i) {
+                fraction[i] = static_cast<char>('0' + value % 10);
+                value /= 10;
+            }
+            out += '.';
+            out.append(fraction, digits);
         }
         out += "Z\"";
     }
