@@ -20,9 +20,10 @@ expect_file() { [ -f "$1" ] || fail "missing $1"; }
 # Runs a host; it must load libsomeip_parser_vaq from the directory given, and report the version.
 run_host() {
   local host=$1 libdir=$2
-  ldd "$host" | grep -q "libsomeip_parser_vaq.so.$SOVERSION => $libdir/" ||
-    fail "$host does not load the library from $libdir: $(ldd "$host" | grep someip)"
-  local said
+  local loads said
+  loads=$(ldd "$host")
+  grep -q "libsomeip_parser_vaq.so.$SOVERSION => $libdir/" <<<"$loads" ||
+    fail "$host does not load the library from $libdir: $(grep someip <<<"$loads")"
   said=$(env -u LD_LIBRARY_PATH "$host" "$SOURCE_DIR/examples/formats")
   echo "$said"
   [[ $said == "someip_parser_vaq $VERSION "* ]] || fail "unexpected output"
@@ -38,8 +39,8 @@ install)
   rm -rf "$prefix"
   "$CMAKE" --install "$BUILD_DIR" --prefix "$prefix"
   if [ "$WITH_TOOL" = 1 ]; then
-    env -u LD_LIBRARY_PATH "$prefix/bin/someip-json" --version | grep -q "$VERSION" ||
-      fail "the installed someip-json does not run"
+    said=$(env -u LD_LIBRARY_PATH "$prefix/bin/someip-json" --version) || fail "the installed someip-json does not run"
+    grep -q "$VERSION" <<<"$said" || fail "someip-json --version says: $said"
   fi
   ;;
 find_package)
@@ -69,7 +70,7 @@ deb)
   expect_file "$deb"
   dpkg-deb -f "$deb" Package Version Maintainer Depends
   [ "$(dpkg-deb -f "$deb" Version)" = "$VERSION" ] || fail "wrong Version"
-  dpkg-deb -f "$deb" Depends | grep -q 'libjsoncpp25' || fail "Depends lacks libjsoncpp25"
+  [[ $(dpkg-deb -f "$deb" Depends) == *libjsoncpp25* ]] || fail "Depends lacks libjsoncpp25"
   [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || fail "no Maintainer"
 
   root=$out/root
@@ -79,7 +80,7 @@ deb)
   [ "$(readlink "$lib/libsomeip_parser_vaq.so.$SOVERSION")" = "libsomeip_parser_vaq.so.$VERSION" ] ||
     fail "no SONAME link"
   [ "$(readlink "$lib/libsomeip_parser_vaq.so")" = "libsomeip_parser_vaq.so.$SOVERSION" ] || fail "no .so link"
-  readelf -d "$lib/libsomeip_parser_vaq.so.$VERSION" | grep -q "SONAME.*\[libsomeip_parser_vaq.so.$SOVERSION\]" ||
+  [[ $(readelf -d "$lib/libsomeip_parser_vaq.so.$VERSION") == *"(SONAME)"*"[libsomeip_parser_vaq.so.$SOVERSION]"* ]] ||
     fail "wrong SONAME"
   inc=$root/usr/include/someip_parser_vaq
   for h in ZQSomeIPParserAPI.h ZQSomeIPVersion.h ZQSomeIPParser.h Inner/Inner_someipSerializer.h \
