@@ -120,6 +120,7 @@ locale_t cLocale()
 // Where the walk is, kept as a stack of names and indices and spelled out only for a message.
 class Where {
 public:
+    Where() { parts_.reserve(16); }
     void push(const std::string& name) { parts_.push_back({&name, 0}); }
     void push(uint32_t index) { parts_.push_back({nullptr, index}); }
     void pop() { parts_.pop_back(); }
@@ -221,7 +222,7 @@ private:
         } else {
             res = std::to_chars(text, text + sizeof(text), v + 0);
         }
-        out_.append(text, res.ptr);
+        out_.append(text, static_cast<size_t>(res.ptr - text));
         return true;
     }
 
@@ -243,7 +244,7 @@ private:
         char hex[32];
         const auto res = std::to_chars(hex, hex + sizeof(hex), bits, 16);
         out_ += "\"NaN:0x";
-        out_.append(hex, res.ptr);
+        out_.append(hex, static_cast<size_t>(res.ptr - hex));
         out_ += '"';
     }
 

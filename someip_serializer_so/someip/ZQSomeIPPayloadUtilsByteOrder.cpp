@@ -41,10 +41,19 @@ ZQSomeIPPayloadUtilsByteOrder::ZQSomeIPPayloadUtilsByteOrder()
       wire_double(identity<double>), host_byte_order(ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN),
       network_byte_order(ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN)
 {
-    set_network_byte_order(ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN);
+    configure(ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN);
 }
 
 uint32_t ZQSomeIPPayloadUtilsByteOrder::set_network_byte_order(ZQSomeIPPayloadByteOrder order)
+{
+    // The engines set the order before every number; most of the time it is the one in force.
+    if (order != network_byte_order) {
+        configure(order);
+    }
+    return 0;
+}
+
+void ZQSomeIPPayloadUtilsByteOrder::configure(ZQSomeIPPayloadByteOrder order)
 {
     const bool host_little = host_byte_order == ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
     hton16 = host_little ? swap16 : identity<uint16_t>;
@@ -57,5 +66,4 @@ uint32_t ZQSomeIPPayloadUtilsByteOrder::set_network_byte_order(ZQSomeIPPayloadBy
     wire_float = same ? identity<float> : swap_float;
     wire_double = same ? identity<double> : swap_double;
     network_byte_order = order;
-    return 0;
 }

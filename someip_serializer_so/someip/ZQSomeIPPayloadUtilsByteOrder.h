@@ -27,6 +27,8 @@ public:
     double to_wire_double(double v) const { return wire_double(v); }
 
 private:
+    void configure(ZQSomeIPPayloadByteOrder order);
+
     uint16_t (*hton16)(uint16_t);
     uint32_t (*hton32)(uint32_t);
     uint16_t (*wire16)(uint16_t);
