@@ -10,6 +10,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "compiled/ZQSomeIPJsonText.h"
+
 namespace someip_json {
 
 namespace {
@@ -144,22 +146,7 @@ void appendHex(std::string& out, const uint8_t* data, size_t size)
 
 void appendJsonString(std::string& out, std::string_view text)
 {
-    static const char hex[] = "0123456789abcdef";
-    out += '"';
-    for (const char c : text) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (u < 0x20) {
-            out += "\\u00";
-            out += hex[u >> 4];
-            out += hex[u & 15];
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
+    ZQSomeIP::appendJsonString(out, text);
 }
 
 void FormatsOptions::define(CLI::App& app)

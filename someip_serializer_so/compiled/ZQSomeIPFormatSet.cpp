@@ -11,6 +11,7 @@
 
 #include "ZQSomeIPFormatAnalyzer.h"
 #include "ZQSomeIPFormatIndex.h"
+#include "ZQSomeIPJsonText.h"
 
 namespace ZQSomeIP {
 
@@ -35,24 +36,6 @@ const TypeName kTypes[] = {
     {"float", Param::Float},   {"double", Param::Double},   {"STRING", Param::String},
     {"STRUCTURE", Param::Structure}, {"ARRAY", Param::Array}, {"VECTOR", Param::Vector},
 };
-
-void appendEscaped(std::string& out, const std::string& text)
-{
-    static const char hex[] = "0123456789abcdef";
-    for (const char c : text) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (u < 0x20) {
-            out += "\\u00";
-            out += hex[u >> 4];
-            out += hex[u & 15];
-        } else {
-            out += c;
-        }
-    }
-}
 
 // Compiles one parameter list; false with `why` set when the plain codec cannot use it.
 bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::vector<Param>& out, std::string& why);
@@ -97,9 +80,8 @@ bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::v
             return false;
         }
         p.kind = found->kind;
-        p.key = "\"";
-        appendEscaped(p.key, p.name);
-        p.key += "\":";
+        appendJsonString(p.key, p.name);
+        p.key += ':';
         const Json::Value& sub = item["SubParams"];
         if (p.kind == Param::String && attr.string_length_field_size == 0) {
             why = "string \"" + p.name + "\" has no length field (its service's StringLengthFieldSize is 0)";
@@ -173,13 +155,12 @@ std::string ZQSomeIPPlainStatus::toJson() const
     if (path.empty()) {
         out += "\"offset\":" + std::to_string(offset);
     } else {
-        out += "\"path\":\"";
-        appendEscaped(out, path);
-        out += '"';
+        out += "\"path\":";
+        appendJsonString(out, path);
     }
-    out += ",\"message\":\"";
-    appendEscaped(out, message);
-    out += "\"}";
+    out += ",\"message\":";
+    appendJsonString(out, message);
+    out += '}';
     return out;
 }
 

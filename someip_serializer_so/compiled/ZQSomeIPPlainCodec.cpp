@@ -13,6 +13,7 @@
 #include <locale.h>
 
 #include "ZQSomeIPFormatSet.h"
+#include "ZQSomeIPJsonText.h"
 #include "ZQSomeIPLightJson.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
@@ -294,38 +295,8 @@ private:
         if (!validUtf8(text)) {
             return fail(Error::BadString, base + at, "the string is not valid UTF-8");
         }
-        quote(text);
+        appendJsonString(out_, text);
         return true;
-    }
-
-    void quote(const std::string& text)
-    {
-        static const char hex[] = "0123456789abcdef";
-        out_ += '"';
-        size_t run = 0;
-        for (size_t i = 0; i < text.size(); ++i) {
-            const auto u = static_cast<unsigned char>(text[i]);
-            if (u >= 0x20 && u != '"' && u != '\\') {
-                continue;
-            }
-            out_.append(text, run, i - run);
-            run = i + 1;
-            switch (u) {
-            case '"': out_ += "\\\""; break;
-            case '\\': out_ += "\\\\"; break;
-            case '\n': out_ += "\\n"; break;
-            case '\r': out_ += "\\r"; break;
-            case '\t': out_ += "\\t"; break;
-            case '\b': out_ += "\\b"; break;
-            case '\f': out_ += "\\f"; break;
-            default:
-                out_ += "\\u00";
-                out_ += hex[u >> 4];
-                out_ += hex[u & 15];
-            }
-        }
-        out_.append(text, run, std::string::npos);
-        out_ += '"';
     }
 
     // A container's content must be exactly what its length field says: unread bytes would be taken

@@ -1,0 +1,35 @@
+#include "ZQSomeIPJsonText.h"
+
+namespace ZQSomeIP {
+
+void appendJsonString(std::string& out, std::string_view text)
+{
+    static const char hex[] = "0123456789abcdef";
+    out += '"';
+    size_t run = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto u = static_cast<unsigned char>(text[i]);
+        if (u >= 0x20 && u != '"' && u != '\\') {
+            continue;
+        }
+        out.append(text.data() + run, i - run);
+        run = i + 1;
+        switch (u) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        default:
+            out += "\\u00";
+            out += hex[u >> 4];
+            out += hex[u & 15];
+        }
+    }
+    out.append(text.data() + run, text.size() - run);
+    out += '"';
+}
+
+} // namespace ZQSomeIP
