@@ -19,11 +19,11 @@ expect_file() { [ -f "$1" ] || fail "missing $1"; }
 
 # Runs a host; it must load libsomeip_parser_vaq from the directory given, and report the version.
 run_host() {
-  local host=$1 libdir=$2
+  local host=$1 from=$2
   local loads said
   loads=$(ldd "$host")
-  grep -q "libsomeip_parser_vaq.so.$SOVERSION => $libdir/" <<<"$loads" ||
-    fail "$host does not load the library from $libdir: $(grep someip <<<"$loads")"
+  grep -q "libsomeip_parser_vaq.so.$SOVERSION => $from/" <<<"$loads" ||
+    fail "$host does not load the library from $from: $(grep someip <<<"$loads")"
   said=$(env -u LD_LIBRARY_PATH "$host" "$SOURCE_DIR/examples/formats")
   echo "$said"
   [[ $said == "someip_parser_vaq $VERSION "* ]] || fail "unexpected output"
@@ -51,11 +51,11 @@ find_package)
 pkg_config)
   export PKG_CONFIG_PATH=$prefix/$LIBDIR/pkgconfig
   [ "$("$PKG_CONFIG" --modversion someip_parser_vaq)" = "$VERSION" ] || fail "wrong --modversion"
-  libdir=$("$PKG_CONFIG" --variable=libdir someip_parser_vaq)
+  pc_libdir=$("$PKG_CONFIG" --variable=libdir someip_parser_vaq)
   # shellcheck disable=SC2046,SC2086
   "$CXX" -std=c++17 $FLAGS "$here/main.cpp" $("$PKG_CONFIG" --cflags someip_parser_vaq) -o "$out/consumer" \
-    $("$PKG_CONFIG" --libs someip_parser_vaq) -Wl,-rpath,"$libdir"
-  run_host "$out/consumer" "$(cd "$libdir" && pwd)"
+    $("$PKG_CONFIG" --libs someip_parser_vaq) -Wl,-rpath,"$pc_libdir"
+  run_host "$out/consumer" "$(cd "$pc_libdir" && pwd)"
   ;;
 subdirectory)
   configure_host -DSOMEIP_SOURCE_DIR="$SOURCE_DIR" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON \
