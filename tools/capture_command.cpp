@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ZQSomeIPCapture.h"
+#include "capture_lines.h"
 #include "converter.h"
 
 namespace someip_json {
@@ -23,29 +22,30 @@ namespace {
 namespace cap = ZQSomeIP::capture;
 using Clock = std::chrono::steady_clock;
 
-void appendNumber(std::string& out, uint64_t v)
-{
-    char digits[24];
-    out.append(digits, std::to_chars(digits, digits + sizeof(digits), v).ptr);
-}
+// The tool's converter (plain or classic form) as the lines' payload decoder.
+class ConverterDecoder : public PayloadDecoder {
+public:
+    explicit ConverterDecoder(Converter& converter) : converter_(converter) {}
 
-// "offer-service" -> "offer_service": the line's words are JSON-friendly identifiers.
-void appendWord(std::string& out, const char* word)
-{
-    out += '"';
-    for (const char* p = word; *p != '\0'; ++p) {
-        out += *p == '-' ? '_' : *p;
+    bool decode(int service, int method, int type, const uint8_t* payload, size_t size, std::string& json,
+                PayloadFailure& failure) override
+    {
+        const Route route{service, method, type};
+        payload_.assign(payload, payload + size);
+        Failure f;
+        if (converter_.decode(route, payload_, json, f)) {
+            return true;
+        }
+        failure.json = std::move(f.json);
+        failure.code = std::move(f.code);
+        failure.unknown = failure.code == "unknown_message" || !converter_.hasFormat(route);
+        return false;
     }
-    out += '"';
-}
 
-void appendMember(std::string& out, const char* key, uint64_t v)
-{
-    out += ",\"";
-    out += key;
-    out += "\":";
-    appendNumber(out, v);
-}
+private:
+    Converter& converter_;
+    std::vector<uint8_t> payload_;
+};
 
 class CaptureCommand : public Subcommand {
 public:
@@ -78,6 +78,8 @@ public:
         formats_.apply();
         filter();
         converter_ = Converter::load(classic_ ? Form::Classic : Form::Plain, Layout::Compact, formats_.formats);
+        decoder_ = std::make_unique<ConverterDecoder>(*converter_);
+        writer_ = std::make_unique<CaptureLineWriter>(*decoder_);
         static char buffer[1 << 16];
         setvbuf(stdout, buffer, _IOFBF, sizeof(buffer));
         progress_ = !quiet_ && isatty(STDERR_FILENO) != 0;
@@ -136,7 +138,7 @@ private:
         if (reader == nullptr) {
             fail(kExitUsage, file + ": " + error);
         }
-        file_ = files_.size() > 1 ? file : std::string();
+        writer_->setFile(files_.size() > 1 ? file : std::string());
         cap::Message m;
         while (reader->next(m)) {
             if (selected(m)) {
@@ -161,167 +163,21 @@ private:
         return true;
     }
 
-    void time(std::string& out, const cap::Message& m)
-    {
-        if (m.seconds != cached_second_ || time_text_.empty()) {
-            cached_second_ = m.seconds;
-            const time_t t = static_cast<time_t>(m.seconds);
-            struct tm parts;
-            gmtime_r(&t, &parts);
-            char text[32];
-            strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", &parts);
-            time_text_ = text;
-        }
-        out += ",\"time\":\"";
-        out += time_text_;
-        // The fraction with as many digits as the file records.
-        const uint32_t digits = m.time_digits > 9 ? 9 : m.time_digits;
-        if (digits > 0) {
-            char fraction[10];
-            uint32_t value = m.nanoseconds;
-            for (int i = 8; i >= 0; --i) {
-                fraction[i] = static_cast<char>('0' + value % 10);
-                value /= 10;
-            }
-            out += '.';
-            out.append(fraction, digits);
-        }
-        out += "Z\"";
-    }
-
-    void header(std::string& out, const cap::Header& h)
-    {
-        appendMember(out, "service", h.service);
-        appendMember(out, "method", h.method);
-        appendMember(out, "length", h.length);
-        appendMember(out, "client", h.client);
-        appendMember(out, "session", h.session);
-        appendMember(out, "protocol_version", h.protocol_version);
-        appendMember(out, "interface_version", h.interface_version);
-        appendMember(out, "message_type", h.message_type);
-        appendMember(out, "return_code", h.return_code);
-    }
-
-    void sd(std::string& out, const cap::SdMessage& s)
-    {
-        out += ",\"sd\":{\"flags\":";
-        appendNumber(out, s.flags);
-        out += ",\"entries\":[";
-        for (size_t i = 0; i < s.entries.size(); ++i) {
-            const cap::SdEntry& e = s.entries[i];
-            out += i ? ",{\"type\":" : "{\"type\":";
-            appendWord(out, e.name());
-            appendMember(out, "service", e.service);
-            appendMember(out, "instance", e.instance);
-            appendMember(out, "major", e.major);
-            if (e.type == 0x00 || e.type == 0x01) {
-                appendMember(out, "minor", e.minor);
-            } else {
-                appendMember(out, "eventgroup", e.eventgroup);
-                appendMember(out, "counter", e.counter);
-            }
-            appendMember(out, "ttl", e.ttl);
-            out += ",\"options\":[";
-            for (size_t k = 0; k < e.options.size(); ++k) {
-                if (k > 0) {
-                    out += ',';
-                }
-                if (e.options[k] < s.options.size()) {
-                    option(out, s.options[e.options[k]]);
-                } else {
-                    out += "null";
-                }
-            }
-            out += "]}";
-        }
-        out += "]}";
-    }
-
-    void option(std::string& out, const cap::SdOption& o)
-    {
-        out += "{\"type\":";
-        appendWord(out, o.name());
-        if (o.endpoint.family != 0) {
-            out += ",\"endpoint\":";
-            appendJsonString(out, o.endpoint.text());
-            out += ",\"protocol\":";
-            out += o.l4_protocol == 0x06 ? "\"tcp\"" : o.l4_protocol == 0x11 ? "\"udp\"" : "null";
-        } else if (o.type == 0x01) {
-            out += ",\"items\":[";
-            for (size_t i = 0; i < o.config.size(); ++i) {
-                if (i > 0) {
-                    out += ',';
-                }
-                appendJsonString(out, o.config[i]);
-            }
-            out += ']';
-        } else if (o.type == 0x02) {
-            appendMember(out, "priority", o.priority);
-            appendMember(out, "weight", o.weight);
-        }
-        out += '}';
-    }
-
     void line(const cap::Message& m)
     {
-        std::string& out = line_;
-        out.assign("{\"frame\":");
-        appendNumber(out, m.frame);
-        if (!file_.empty()) {
-            out += ",\"file\":";
-            appendJsonString(out, file_);
-        }
-        time(out, m);
-        out += ",\"src\":";
-        appendJsonString(out, m.source.text());
-        out += ",\"dst\":";
-        appendJsonString(out, m.destination.text());
-        out += m.transport == cap::Transport::Tcp ? ",\"transport\":\"tcp\"" : ",\"transport\":\"udp\"";
-        if (m.has_header) {
-            header(out, m.header);
-        }
-        if (m.tp_segments > 0) {
-            appendMember(out, "tp_segments", m.tp_segments);
-        }
-        if (!m.ok()) {
-            out += ",\"error\":{\"code\":";
-            appendWord(out, cap::errorName(m.error));
-            appendMember(out, "offset", m.error_offset);
-            out += ",\"message\":";
-            appendJsonString(out, m.error_text);
-            out += '}';
-            if (m.payload_size > 0) {
-                out += ",\"raw\":\"";
-                appendHex(out, m.payload, m.payload_size);
-                out += '"';
-            }
-            ++failed_[cap::errorName(m.error)];
-        } else if (m.sd != nullptr) {
-            sd(out, *m.sd);
-            ++decoded_;
-        } else {
-            const Route route{m.header.service, m.header.method, m.header.message_type};
-            payload_.assign(m.payload, m.payload + m.payload_size);
-            Failure failure;
-            if (converter_->decode(route, payload_, json_, failure)) {
-                out += ",\"payload\":";
-                out += json_;
-                ++decoded_;
-            } else {
-                out += ",\"error\":";
-                out += failure.json;
-                out += ",\"raw\":\"";
-                appendHex(out, m.payload, m.payload_size);
-                out += '"';
-                ++failed_[failure.code];
-                if (failure.code == "unknown_message" || !converter_->hasFormat(route)) {
-                    ++unknown_[(static_cast<uint32_t>(route.service) << 16) | static_cast<uint32_t>(route.method)];
-                }
-            }
-        }
-        out += "}\n";
-        fwrite(out.data(), 1, out.size(), stdout);
+        line_.clear();
+        const LineOutcome outcome = writer_->append(m, line_);
+        line_ += '\n';
+        fwrite(line_.data(), 1, line_.size(), stdout);
         ++lines_;
+        if (outcome.decoded) {
+            ++decoded_;
+            return;
+        }
+        ++failed_[std::string(outcome.failure)];
+        if (outcome.unknown_message) {
+            ++unknown_[(static_cast<uint32_t>(m.header.service) << 16) | static_cast<uint32_t>(m.header.method)];
+        }
     }
 
     void showProgress(const cap::CaptureReader& reader)
@@ -387,11 +243,9 @@ private:
     bool quiet_ = false;
 
     std::unique_ptr<Converter> converter_;
-    std::string file_;
-    std::string line_, json_;
-    std::vector<uint8_t> payload_;
-    int64_t cached_second_ = 0;
-    std::string time_text_;
+    std::unique_ptr<ConverterDecoder> decoder_;
+    std::unique_ptr<CaptureLineWriter> writer_;
+    std::string line_;
     bool progress_ = false;
     uint64_t tick_ = 0;
     Clock::time_point started_;

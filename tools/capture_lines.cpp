@@ -1,0 +1,224 @@
+#include "capture_lines.h"
+
+#include <charconv>
+#include <ctime>
+
+#include "compiled/ZQSomeIPJsonText.h"
+
+namespace someip_json {
+
+namespace {
+
+namespace cap = ZQSomeIP::capture;
+using ZQSomeIP::appendJsonString;
+
+void appendNumber(std::string& out, uint64_t v)
+{
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof(digits), v).ptr);
+}
+
+void appendHex(std::string& out, const uint8_t* data, size_t size)
+{
+    static const char digits[] = "0123456789abcdef";
+    const size_t start = out.size();
+    out.resize(start + size * 2);
+    char* p = &out[start];
+    for (size_t i = 0; i < size; ++i) {
+        *p++ = digits[data[i] >> 4];
+        *p++ = digits[data[i] & 0x0F];
+    }
+}
+
+// "offer-service" -> "offer_service": the line's words are JSON-friendly identifiers.
+void appendWord(std::string& out, const char* word)
+{
+    out += '"';
+    for (const char* p = word; *p != '\0'; ++p) {
+        out += *p == '-' ? '_' : *p;
+    }
+    out += '"';
+}
+
+void appendMember(std::string& out, const char* key, uint64_t v)
+{
+    out += ",\"";
+    out += key;
+    out += "\":";
+    appendNumber(out, v);
+}
+
+void appendHeader(std::string& out, const cap::Header& h)
+{
+    appendMember(out, "service", h.service);
+    appendMember(out, "method", h.method);
+    appendMember(out, "length", h.length);
+    appendMember(out, "client", h.client);
+    appendMember(out, "session", h.session);
+    appendMember(out, "protocol_version", h.protocol_version);
+    appendMember(out, "interface_version", h.interface_version);
+    appendMember(out, "message_type", h.message_type);
+    appendMember(out, "return_code", h.return_code);
+}
+
+void appendOption(std::string& out, const cap::SdOption& o)
+{
+    out += "{\"type\":";
+    appendWord(out, o.name());
+    if (o.endpoint.family != 0) {
+        out += ",\"endpoint\":";
+        appendJsonString(out, o.endpoint.text());
+        out += ",\"protocol\":";
+        out += o.l4_protocol == 0x06 ? "\"tcp\"" : o.l4_protocol == 0x11 ? "\"udp\"" : "null";
+    } else if (o.type == 0x01) {
+        out += ",\"items\":[";
+        for (size_t i = 0; i < o.config.size(); ++i) {
+            if (i > 0) {
+                out += ',';
+            }
+            appendJsonString(out, o.config[i]);
+        }
+        out += ']';
+    } else if (o.type == 0x02) {
+        appendMember(out, "priority", o.priority);
+        appendMember(out, "weight", o.weight);
+    }
+    out += '}';
+}
+
+// Entries with their options resolved in place; an index past the option array is null.
+void appendSd(std::string& out, const cap::SdMessage& s)
+{
+    out += ",\"sd\":{\"flags\":";
+    appendNumber(out, s.flags);
+    out += ",\"entries\":[";
+    for (size_t i = 0; i < s.entries.size(); ++i) {
+        const cap::SdEntry& e = s.entries[i];
+        out += i ? ",{\"type\":" : "{\"type\":";
+        appendWord(out, e.name());
+        appendMember(out, "service", e.service);
+        appendMember(out, "instance", e.instance);
+        appendMember(out, "major", e.major);
+        if (e.type == 0x00 || e.type == 0x01) {
+            appendMember(out, "minor", e.minor);
+        } else {
+            appendMember(out, "eventgroup", e.eventgroup);
+            appendMember(out, "counter", e.counter);
+        }
+        appendMember(out, "ttl", e.ttl);
+        out += ",\"options\":[";
+        for (size_t k = 0; k < e.options.size(); ++k) {
+            if (k > 0) {
+                out += ',';
+            }
+            if (e.options[k] < s.options.size()) {
+                appendOption(out, s.options[e.options[k]]);
+            } else {
+                out += "null";
+            }
+        }
+        out += "]}";
+    }
+    out += "]}";
+}
+
+} // namespace
+
+bool PlainPayloadDecoder::decode(int service, int method, int type, const uint8_t* payload, size_t size,
+                                 std::string& json, PayloadFailure& failure)
+{
+    const auto status = ZQSomeIP::plainDecode(formats_, service, method, type, payload, size, json);
+    if (status.ok()) {
+        return true;
+    }
+    failure.json = status.toJson();
+    failure.code = ZQSomeIP::plainErrorName(status.code);
+    failure.unknown = status.code == ZQSomeIP::ZQSomeIPPlainError::UnknownMessage;
+    return false;
+}
+
+void CaptureLineWriter::appendTime(std::string& out, const cap::Message& m)
+{
+    // Captures hold runs of frames within one second: the calendar part is worked out once per second.
+    if (m.seconds != cached_second_ || time_text_.empty()) {
+        cached_second_ = m.seconds;
+        const time_t t = static_cast<time_t>(m.seconds);
+        struct tm parts;
+        gmtime_r(&t, &parts);
+        char text[32];
+        strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", &parts);
+        time_text_ = text;
+    }
+    out += ",\"time\":\"";
+    out += time_text_;
+    // The fraction with as many digits as the file records.
+    const uint32_t digits = m.time_digits > 9 ? 9 : m.time_digits;
+    if (digits > 0) {
+        char fraction[10];
+        uint32_t value = m.nanoseconds;
+        for (int i = 8; i >= 0; --i) {
+            fraction[i] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        }
+        out += '.';
+        out.append(fraction, digits);
+    }
+    out += "Z\"";
+}
+
+LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
+{
+    LineOutcome outcome;
+    out += "{\"frame\":";
+    appendNumber(out, m.frame);
+    if (!file_.empty()) {
+        out += ",\"file\":";
+        appendJsonString(out, file_);
+    }
+    appendTime(out, m);
+    out += ",\"src\":";
+    appendJsonString(out, m.source.text());
+    out += ",\"dst\":";
+    appendJsonString(out, m.destination.text());
+    out += m.transport == cap::Transport::Tcp ? ",\"transport\":\"tcp\"" : ",\"transport\":\"udp\"";
+    if (m.has_header) {
+        appendHeader(out, m.header);
+    }
+    if (m.tp_segments > 0) {
+        appendMember(out, "tp_segments", m.tp_segments);
+    }
+    if (!m.ok()) {
+        out += ",\"error\":{\"code\":";
+        appendWord(out, cap::errorName(m.error));
+        appendMember(out, "offset", m.error_offset);
+        out += ",\"message\":";
+        appendJsonString(out, m.error_text);
+        out += '}';
+        if (m.payload_size > 0) {
+            out += ",\"raw\":\"";
+            appendHex(out, m.payload, m.payload_size);
+            out += '"';
+        }
+        outcome.failure = cap::errorName(m.error);
+    } else if (m.sd != nullptr) {
+        appendSd(out, *m.sd);
+        outcome.decoded = true;
+    } else if (decoder_.decode(m.header.service, m.header.method, m.header.message_type, m.payload, m.payload_size,
+                               json_, failure_)) {
+        out += ",\"payload\":";
+        out += json_;
+        outcome.decoded = true;
+    } else {
+        out += ",\"error\":";
+        out += failure_.json;
+        out += ",\"raw\":\"";
+        appendHex(out, m.payload, m.payload_size);
+        out += '"';
+        outcome.failure = failure_.code;
+        outcome.unknown_message = failure_.unknown;
+    }
+    out += '}';
+    return outcome;
+}
+
+} // namespace someip_json
