@@ -396,8 +396,15 @@ private:
             out_ += '[';
             uint32_t i = 0;
             while (r.get_index() < end) {
+                const size_t before = r.get_index();
                 if (!element(r, base, p, i++, depth)) {
                     return false;
+                }
+                // An element that takes no bytes (a structure without members) would never use the
+                // content up.
+                if (r.get_index() == before) {
+                    return fail(Error::LengthMismatch, base + before,
+                                "the vector's elements take no bytes, so its content is never used up");
                 }
             }
             listEnd(i, depth);
@@ -593,6 +600,10 @@ private:
         const std::string text(v.text);
         if (!validUtf8(text)) {
             return fail(Error::BadString, "is not valid UTF-8");
+        }
+        // Readers take a zero for the terminator, so what follows it would be lost.
+        if (text.find('\0') != std::string::npos) {
+            return fail(Error::BadString, "holds a zero character, which ends a string on the wire");
         }
         const uint64_t length = attr_.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
                                                                                  : 4 + text.size();
