@@ -15,6 +15,11 @@ pkg-config --exists libpcap 2>/dev/null  || need+=(libpcap-dev)
 # The .deb test: cpack's dependency list comes from dpkg-shlibdeps, which it runs on what file(1) says is ELF.
 command -v dpkg-shlibdeps >/dev/null 2>&1 || need+=(dpkg-dev)
 command -v file           >/dev/null 2>&1 || need+=(file)
+# Fuzzing only (scripts/fuzz.sh sets SOMEIP_FUZZ=1): clang and its libFuzzer and sanitizer runtimes.
+if [ -n "${SOMEIP_FUZZ:-}" ]; then
+  command -v clang++ >/dev/null 2>&1 || need+=(clang)
+  [ -f "$(clang -print-file-name="libclang_rt.fuzzer-$(uname -m).a" 2>/dev/null)" ] || need+=(libclang-rt-14-dev)
+fi
 
 if [ ${#need[@]} -eq 0 ]; then
   exit 0

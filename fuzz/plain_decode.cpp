@@ -1,0 +1,21 @@
+// Plain decode: the first byte picks a message of the fixed formats (its top bit asks for pretty
+// output), the rest is the payload. Nothing may throw; what decodes must encode and decode again to the
+// same text.
+#include "fuzz_support.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    using namespace ZQSomeIP;
+    if (size == 0) return 0;
+    const fuzz::Message& m = fuzz::message(data[0] & 0x7F);
+    const ZQSomeIPFormatSet& set = fuzz::fixedPlain(m);
+    const ZQSomeIPPlainOptions options{(data[0] & 0x80) != 0};
+    std::string json = "<untouched>";
+    const ZQSomeIPPlainStatus status = fuzz::plainCall("plainDecode", [&] {
+        return plainDecode(set, m.service, m.method, m.type, data + 1, size - 1, json, options);
+    });
+    fuzz::checkStatus("plainDecode", status);
+    if (!status.ok() && json != "<untouched>") fuzz::finding("a failed plainDecode wrote its output", status.toJson());
+    if (status.ok()) fuzz::plainRoundTrip(set, m, json, options);
+    return 0;
+}

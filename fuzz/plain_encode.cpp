@@ -1,0 +1,28 @@
+// Plain encode: the first byte picks a message of the fixed formats, the rest is the plain JSON. Nothing
+// may throw; what encodes must decode, and that document must encode to the same payload.
+#include "fuzz_support.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    using namespace ZQSomeIP;
+    if (size == 0) return 0;
+    const fuzz::Message& m = fuzz::message(data[0]);
+    const ZQSomeIPFormatSet& set = fuzz::fixedPlain(m);
+    std::vector<uint8_t> payload = {0xDE, 0xAD};
+    const std::string_view json(reinterpret_cast<const char*>(data + 1), size - 1);
+    ZQSomeIPPlainStatus status = fuzz::plainCall("plainEncode", [&] { return plainEncode(set, m.service, m.method, m.type, json, payload); });
+    fuzz::checkStatus("plainEncode", status);
+    if (!status.ok()) {
+        if (payload != std::vector<uint8_t>{0xDE, 0xAD}) fuzz::finding("a failed plainEncode wrote its output", status.toJson());
+        return 0;
+    }
+    std::string decoded;
+    status = fuzz::plainCall("plainDecode", [&] {
+        return plainDecode(set, m.service, m.method, m.type, payload.data(), payload.size(), decoded);
+    });
+    fuzz::checkStatus("plainDecode", status);
+    if (!status.ok()) fuzz::finding("an encoded payload does not decode", fuzz::hex(payload) + "\n" + status.toJson());
+    if (fuzz::plainRoundTrip(set, m, decoded, {}) != payload)
+        fuzz::finding("the decoded document encodes to another payload", std::string(json) + "\n" + fuzz::hex(payload));
+    return 0;
+}
