@@ -11,29 +11,11 @@
 #include <typeinfo>
 
 #include "ZQSomeIPCapture.h"
+#include "fuzz_common.h"
 
 namespace {
 
-[[noreturn]] void finding(const std::string& what)
-{
-    std::fprintf(stderr, "FINDING: %s\n", what.c_str());
-    std::fflush(stderr);
-    std::abort();
-}
-
-std::string scratchFile(const uint8_t* data, size_t size)
-{
-    static const std::string path = [] {
-        char pattern[] = "/tmp/someip_fuzz_capture_XXXXXX";
-        const int fd = mkstemp(pattern);
-        if (fd < 0) finding("mkstemp failed");
-        static std::string name = pattern;
-        std::atexit([] { std::remove(name.c_str()); });
-        return name;
-    }();
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    return path;
-}
+using fuzz::finding;
 
 void readAll(const std::string& path, const ZQSomeIP::capture::Options& options)
 {
@@ -69,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     using namespace ZQSomeIP::capture;
     try {
-        const std::string path = scratchFile(data, size);
+        const std::string path = fuzz::scratchFile("capture", data, size);
         readAll(path, Options());
         Options tight;
         tight.ports = {30490};

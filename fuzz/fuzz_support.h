@@ -1,6 +1,5 @@
-// What the fuzz targets share: the fixed formats and the messages they describe, scratch files, and the
-// rules for what counts as a finding. A finding prints one line saying what broke and calls abort(), so
-// libFuzzer keeps the input and the replay runner fails its test.
+// What the payload fuzz targets share: the fixed formats and the messages they describe, both classic
+// roads, and the rules for what counts as a finding.
 //
 // Exceptions a host may see, and so the only ones a target lets pass:
 //   classic API (load, lookup, decode, encode): Json::LogicError, Json::RuntimeError, std::range_error;
@@ -11,7 +10,6 @@
 
 #include <json/json.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -26,17 +24,11 @@
 #include "ZQSomeIPParser.h"
 #include "ZQSomeIPParserAPI.h"
 #include "compiled/ZQSomeIPFormatSet.h"
+#include "fuzz_common.h"
 
 namespace fuzz {
 
 using Bytes = std::vector<unsigned char>;
-
-[[noreturn]] inline void finding(const std::string& what, const std::string& detail = "")
-{
-    std::fprintf(stderr, "FINDING: %s\n%s\n", what.c_str(), detail.c_str());
-    std::fflush(stderr);
-    std::abort();
-}
 
 struct Message {
     int service, method, type;
@@ -92,22 +84,6 @@ inline const ZQSomeIP::ZQSomeIPFormatSet& fixedPlain(const Message& m)
     for (const auto& set : sets)
         if (set->find(m.service, m.method, m.type) != nullptr) return *set;
     return *sets.front();
-}
-
-// A file in this process's scratch directory, rewritten with `data` on every call.
-inline std::string scratchFile(const char* name, const uint8_t* data, size_t size)
-{
-    static const std::string dir = [] {
-        char pattern[] = "/tmp/someip_fuzz_XXXXXX";
-        if (mkdtemp(pattern) == nullptr) finding("mkdtemp failed");
-        std::string path = pattern;
-        static std::string removal = "rm -rf '" + path + "'";
-        std::atexit([] { if (std::system(removal.c_str()) != 0) {} });
-        return path;
-    }();
-    const std::string path = dir + "/" + name;
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    return path;
 }
 
 // Runs one classic call: "rc N", or the permitted exception that escaped it. Anything else is a finding.
