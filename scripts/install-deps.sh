@@ -15,6 +15,14 @@ pkg-config --exists libpcap 2>/dev/null  || need+=(libpcap-dev)
 # The .deb test: cpack's dependency list comes from dpkg-shlibdeps, which it runs on what file(1) says is ELF.
 command -v dpkg-shlibdeps >/dev/null 2>&1 || need+=(dpkg-dev)
 command -v file           >/dev/null 2>&1 || need+=(file)
+# The Python module and its tests, for Debian's interpreter (the first python3 on a PATH may be another
+# build, whose packages these are not).
+py=/usr/bin/python3
+$py -c 'import sysconfig, os, sys; sys.exit(not os.path.exists(sysconfig.get_paths()["include"] + "/Python.h"))' \
+  2>/dev/null || need+=(python3-dev)
+$py -c 'import pybind11' 2>/dev/null              || need+=(python3-pybind11)
+$py -c 'import pytest' 2>/dev/null                || need+=(python3-pytest)
+$py -c 'import dask, distributed' 2>/dev/null     || need+=(python3-dask python3-distributed)
 # Fuzzing only (scripts/fuzz.sh sets SOMEIP_FUZZ=1): clang and its libFuzzer and sanitizer runtimes.
 if [ -n "${SOMEIP_FUZZ:-}" ]; then
   command -v clang++ >/dev/null 2>&1 || need+=(clang)

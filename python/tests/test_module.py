@@ -1,0 +1,125 @@
+"""The module over the example formats and the reference workload: plain and classic conversions, the
+errors they raise, buffers without copies, batches, threads, and captures read as the tool reads them."""
+import json
+import os
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+from conftest import BULK_FORMATS, EXAMPLES, generate_capture, tool_lines
+
+ROUTE = (0x1234, 2, 0x80)
+SAMPLE = bytes.fromhex("070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841")
+DECODED = {"routeId": 7, "waypoints": [{"x": 100, "y": -50}, {"x": -20, "y": 300}], "lengthKm": 12.5}
+
+
+def test_plain_round_trip(formats):
+    assert formats.decode(*ROUTE, SAMPLE) == DECODED
+    assert formats.encode(*ROUTE, DECODED) == SAMPLE
+    assert formats.encode(*ROUTE, json.dumps(DECODED)) == SAMPLE  # the JSON text itself
+
+
+@pytest.mark.parametrize("wrap", [bytearray, memoryview, lambda b: memoryview(b"\xff\xff" + b)[2:]],
+                         ids=["bytearray", "memoryview", "memoryview-slice"])
+def test_decode_reads_any_contiguous_buffer(formats, wrap):
+    assert formats.decode(*ROUTE, wrap(SAMPLE)) == DECODED
+
+
+def test_decode_refuses_what_is_not_contiguous_bytes(formats):
+    with pytest.raises(TypeError):
+        formats.decode(*ROUTE, SAMPLE.hex())
+    with pytest.raises(BufferError):
+        formats.decode(*ROUTE, memoryview(SAMPLE)[::2])
+
+
+# (call, route, input, code, offset, path): a decode error has a byte offset, an encode error a JSON path.
+ERRORS = [
+    ("decode", ROUTE, SAMPLE[:5], "truncated", 4, None),
+    ("decode", ROUTE, SAMPLE + b"\0", "trailing_bytes", 32, None),
+    ("decode", (0x1234, 99, 0x80), SAMPLE, "unknown_message", 0, None),
+    ("encode", ROUTE, {**DECODED, "waypoints": [{"x": 100, "y": "a"}]}, "wrong_type", None, "$.waypoints[0].y"),
+    ("encode", ROUTE, {"routeId": 7}, "missing_member", None, "$.waypoints"),
+    ("encode", ROUTE, {**DECODED, "routeId": -1}, "out_of_range", None, "$.routeId"),
+    ("encode", ROUTE, "{", "bad_json", None, "$"),
+]
+
+
+@pytest.mark.parametrize("call,route,value,code,offset,path", ERRORS, ids=[row[3] for row in ERRORS])
+def test_errors_carry_code_and_place(sp, formats, call, route, value, code, offset, path):
+    with pytest.raises(sp.Error) as caught:
+        getattr(formats, call)(*route, value)
+    error = caught.value
+    assert (error.code, error.offset, error.path) == (code, offset, path)
+    assert error.message and error.message in str(error)
+
+
+def test_loading_errors_name_the_file(sp, tmp_path):
+    broken = tmp_path / "broken.json"
+    broken.write_text('{"Services": [\n')
+    with pytest.raises(sp.Error) as caught:
+        sp.Formats(str(broken))
+    assert caught.value.code == "bad_format_file"
+    assert caught.value.path.endswith("broken.json")
+
+
+def test_classic_calls(sp, formats):
+    params = json.loads(formats.decode_classic(*ROUTE, SAMPLE))
+    assert {p["ParamName"]: p["Value"] for p in params} == {"routeId": "7", "waypoints": "2", "lengthKm": "12.500000"}
+    assert formats.encode_classic(*ROUTE, formats.decode_classic(*ROUTE, SAMPLE)) == SAMPLE
+    assert [p["ParamName"] for p in json.loads(formats.method_format(*ROUTE))] == ["routeId", "waypoints", "lengthKm"]
+    with pytest.raises(sp.Error) as caught:
+        formats.method_format(0x1234, 99, 0x80)
+    assert caught.value.code == "unknown_message"
+
+
+def test_decode_many(sp, formats):
+    items = [(*ROUTE, SAMPLE), (*ROUTE, SAMPLE[:5]), (*ROUTE, bytearray(SAMPLE))]
+    first, failed, last = formats.decode_many(items, return_errors=True)
+    assert first == last == DECODED
+    assert (failed.code, failed.offset, failed.index) == ("truncated", 4, 1)
+    with pytest.raises(sp.Error) as caught:
+        formats.decode_many(items)
+    assert caught.value.index == 1
+    assert formats.decode_many([]) == []
+
+
+def test_threads_share_one_format_set(formats):
+    batch = [(*ROUTE, SAMPLE)] * 500
+    with ThreadPoolExecutor(4) as pool:
+        results = list(pool.map(formats.decode_many, [batch] * 8))
+    assert all(result == [DECODED] * 500 for result in results)
+
+
+def test_read_capture_gives_the_tools_lines(sp, bulk_formats, tmp_path):
+    pcap = generate_capture(tmp_path, 200)
+    lines = tool_lines(pcap, BULK_FORMATS)
+    assert len(lines) == 200
+    records = sp.read_capture(pcap, bulk_formats)
+    assert list(records) == [json.loads(line) for line in lines]
+    assert records.stats == {"frames": 200, "messages": 200, "lines": 200, "decoded": 200, "failed": 0}
+    assert list(sp.read_capture(pcap, bulk_formats, lines=True)) == lines
+    assert list(sp.read_capture(pcap, bulk_formats, ports=[30490])) != []
+    assert list(sp.read_capture(pcap, bulk_formats, ports=[1])) == []
+
+
+def test_read_capture_raises_after_the_records_before_damage(sp, bulk_formats, tmp_path):
+    pcap = generate_capture(tmp_path, 20)
+    cut = tmp_path / "cut.pcap"
+    cut.write_bytes(open(pcap, "rb").read()[:-40])
+    seen = []
+    with pytest.raises(sp.Error) as caught:
+        for record in sp.read_capture(str(cut), bulk_formats):
+            seen.append(record)
+    assert len(seen) == 19 and all("payload" in record for record in seen)
+    assert (caught.value.code, caught.value.path) == ("capture_damaged", str(cut))
+    with pytest.raises(sp.Error) as caught:
+        sp.read_capture(str(tmp_path / "absent.pcap"), bulk_formats)
+    assert caught.value.code == "file_error"
+
+
+def test_capture_records_without_a_format_keep_their_bytes(sp, tmp_path):
+    pcap = generate_capture(tmp_path, 5)
+    media = sp.Formats(os.path.join(EXAMPLES, "formats", "media"))
+    record = next(iter(sp.read_capture(pcap, media)))
+    assert record["error"]["code"] == "unknown_message"
+    event, payload = (tmp_path / "bulk.txt").read_text().splitlines()[0].split()
+    assert (record["method"], record["raw"]) == (int(event), payload)
