@@ -22,6 +22,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ZQSomeIPVersion.h"
 #include "capture_command.h"
 #include "convert_commands.h"
 #include "someip/zq_someip_log.h"
@@ -56,7 +57,7 @@ int main(int argc, char** argv)
 {
     CLI::App app("Converts SOME/IP payloads between hex text and JSON, as format description files describe them.",
                  "someip-json");
-    app.set_version_flag("--version", "someip-json " SOMEIP_JSON_VERSION);
+    app.set_version_flag("--version", "someip-json " SOMEIP_PARSER_VAQ_VERSION_STRING);
     app.require_subcommand(1);
     // An option given twice takes its last value, as scripts that append to a command line expect.
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
