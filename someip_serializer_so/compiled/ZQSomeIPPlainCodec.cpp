@@ -295,6 +295,10 @@ private:
         if (!validUtf8(text)) {
             return fail(Error::BadString, base + at, "the string is not valid UTF-8");
         }
+        // UTF-16 text keeps zero units that stand before the terminator; a reader would stop there.
+        if (text.find('\0') != std::string::npos) {
+            return fail(Error::BadString, base + at, "the string holds a zero before its end");
+        }
         appendJsonString(out_, text);
         return true;
     }
