@@ -17,10 +17,10 @@ targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(classic_decode classic_encode format_load plain_decode plain_encode capture_read)
 
 options=(-DSOMEIP_FUZZ_ENGINE=ON -DSOMEIP_SANITIZE=ON -DSOMEIP_BUILD_TESTS=OFF -DSOMEIP_BUILD_TOOLS=OFF
-         -DSOMEIP_BUILD_BENCH=OFF -DSOMEIP_INSTALL=OFF -DCMAKE_BUILD_TYPE=Debug)
+         -DSOMEIP_BUILD_BENCH=OFF -DSOMEIP_BUILD_PYTHON=OFF -DSOMEIP_INSTALL=OFF -DCMAKE_BUILD_TYPE=Debug)
 [ -z "${CI:-}" ] || options+=(-DSOMEIP_WERROR=ON)
 CC=clang CXX=clang++ cmake -S . -B build-fuzz "${options[@]}" \
-  -DCMAKE_CXX_FLAGS="-O1 -gline-tables-only -fsanitize=fuzzer-no-link" >/dev/null
+  -DCMAKE_CXX_FLAGS="-O1 -gline-tables-only -fsanitize=fuzzer-no-link" --no-warn-unused-cli >/dev/null
 cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" -- --no-print-directory | grep -v '^\[' || true
 for target in "${targets[@]}"; do
   [ -x "build-fuzz/fuzz/fuzz_$target" ] || { echo "fuzz: no target $target" >&2; exit 2; }
