@@ -373,6 +373,15 @@ private:
             if (!openContainer(r, base, p, r.array_data_begin(nullptr))) {
                 return false;
             }
+            // Every element but an empty one takes at least a byte, so a count beyond the bytes left
+            // plus 65,536 empty elements (as the classic decoder allows) could only produce text
+            // without end.
+            const uint64_t left = r.get_index() < r.get_size() ? r.get_size() - r.get_index() : 0;
+            if (p.count > left + (uint64_t{1} << 16)) {
+                return fail(Error::Truncated, base + r.get_index(),
+                            "the array declares " + std::to_string(p.count) + " elements, more than the " +
+                                std::to_string(left) + " bytes left can hold");
+            }
             out_ += '[';
             for (uint32_t i = 0; i < p.count; ++i) {
                 if (!element(r, base, p, i, depth)) {
