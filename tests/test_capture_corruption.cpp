@@ -1,4 +1,4 @@
-// A small capture holding every layer, cut at every byte and with every single bit flipped: reading always
+// A small capture holding every layer, cut at every byte and with single bits flipped: reading always
 // ends; a cut between records reads cleanly and a cut inside one is reported as damage; every message
 // yielded is consistent with its header (readAll checks), and every error says why.
 #include "capture_test_support.h"
@@ -38,7 +38,7 @@ void rewrite(const std::string& path, const Bytes& data)
     writeFile(path, data);
 }
 
-TEST(CaptureCorruption, EveryCutAndEveryBitFlipEndsCleanly)
+TEST(CaptureCorruption, EveryCutAndBitFlipsEndCleanly)
 {
     const std::vector<Frame> frames = smallCapture();
     for (const bool pcapng : {false, true}) {
@@ -61,7 +61,9 @@ TEST(CaptureCorruption, EveryCutAndEveryBitFlipEndsCleanly)
                 EXPECT_EQ(r.status.failed, !between) << "cut at " << n << ": " << r.status.error;
             }
         }
+        // Two bits of each byte: the top one (length fields turn huge) and one that moves along.
         for (size_t bit = 0; bit < 8 * file.size(); ++bit) {
+            if (bit % 8 != 7 && bit % 8 != bit / 8 % 7) continue;
             Bytes flipped = file;
             flipped[bit / 8] ^= static_cast<uint8_t>(1u << bit % 8);
             rewrite(path, flipped);
