@@ -10,24 +10,13 @@ namespace someip_json {
 namespace {
 
 namespace cap = ZQSomeIP::capture;
+using ZQSomeIP::appendHex;
 using ZQSomeIP::appendJsonString;
 
 void appendNumber(std::string& out, uint64_t v)
 {
     char digits[24];
     out.append(digits, std::to_chars(digits, digits + sizeof(digits), v).ptr);
-}
-
-void appendHex(std::string& out, const uint8_t* data, size_t size)
-{
-    static const char digits[] = "0123456789abcdef";
-    const size_t start = out.size();
-    out.resize(start + size * 2);
-    char* p = &out[start];
-    for (size_t i = 0; i < size; ++i) {
-        *p++ = digits[data[i] >> 4];
-        *p++ = digits[data[i] & 0x0F];
-    }
 }
 
 // "offer-service" -> "offer_service": the line's words are JSON-friendly identifiers.

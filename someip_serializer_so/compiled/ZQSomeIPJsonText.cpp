@@ -32,4 +32,16 @@ void appendJsonString(std::string& out, std::string_view text)
     out += '"';
 }
 
+void appendHex(std::string& out, const uint8_t* data, size_t size)
+{
+    static const char digits[] = "0123456789abcdef";
+    const size_t start = out.size();
+    out.resize(start + size * 2);
+    char* p = &out[start];
+    for (size_t i = 0; i < size; ++i) {
+        *p++ = digits[data[i] >> 4];
+        *p++ = digits[data[i] & 0x0F];
+    }
+}
+
 } // namespace ZQSomeIP

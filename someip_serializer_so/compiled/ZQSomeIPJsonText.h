@@ -1,6 +1,8 @@
 #ifndef ZQ_SOMEIP_JSON_TEXT_H
 #define ZQ_SOMEIP_JSON_TEXT_H
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -10,6 +12,9 @@ namespace ZQSomeIP {
 // as \n, \t, ... or \u00XX, everything else (UTF-8 included) as it is. The plain codec, its error
 // reports and the tool's lines all write strings this way.
 void appendJsonString(std::string& out, std::string_view text);
+
+// Appends `size` bytes as lowercase hex, two digits a byte, nothing between: how payloads are shown.
+void appendHex(std::string& out, const uint8_t* data, size_t size);
 
 } // namespace ZQSomeIP
 
