@@ -1,8 +1,12 @@
 // Helpers shared by the converter, API and round-trip tests.
 #pragma once
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include <string>
 #include <vector>
@@ -12,6 +16,22 @@
 #include "someip/zq_someip_log.h"
 
 namespace convtest {
+
+// A directory of scratch files, removed with the object.
+struct TempDir {
+    std::string path;
+    TempDir()
+    {
+        char name[] = "/tmp/someip_test_XXXXXX";
+        path = mkdtemp(name);
+    }
+    ~TempDir() { std::filesystem::remove_all(path); }
+    std::string write(const std::string& file, const std::string& text) const
+    {
+        std::ofstream(path + "/" + file) << text;
+        return path + "/" + file;
+    }
+};
 
 inline std::vector<std::string> g_lines;
 

@@ -19,15 +19,7 @@ const char* const kArrayOfVectors = R"({"Services":[{"ServiceID":"1","Attribute"
   {"ParamName":"a","ParamType":"ARRAY","Value":"-1","SubParams":{"ParamName":"e","SubParams":[
     {"ParamName":"v","ParamType":"VECTOR","SubParams":[{"ParamName":"x","ParamType":"uint8_t"}]}]}}]}]}]}]})";
 
-struct TempDir {
-    std::string path;
-    TempDir()
-    {
-        char name[] = "/tmp/someip_bounds_XXXXXX";
-        path = mkdtemp(name);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-};
+using convtest::TempDir;
 
 TEST(Bounds, HugeArrayCountsFailInsteadOfGrowingWithoutEnd)
 {

@@ -27,21 +27,7 @@ using Rng = std::mt19937;
 
 size_t below(Rng& rng, size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); }
 
-// A directory of format files that is removed with the object.
-struct FormatDir {
-    std::string path;
-    FormatDir()
-    {
-        char name[] = "/tmp/someip_plain_XXXXXX";
-        path = mkdtemp(name);
-    }
-    ~FormatDir() { std::filesystem::remove_all(path); }
-    std::string write(const std::string& file, const std::string& text) const
-    {
-        std::ofstream(path + "/" + file) << text;
-        return path + "/" + file;
-    }
-};
+using FormatDir = convtest::TempDir;
 
 // One service (0x1234) with one event (1, notification) whose parameters are `details`.
 std::string formatFile(const Json::Value& details, const Json::Value& attribute)

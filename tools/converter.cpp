@@ -53,17 +53,6 @@ void compactInPlace(std::string& json)
     json.resize(to);
 }
 
-Failure classicFailure(const std::string& message)
-{
-    Failure f;
-    f.code = "failed";
-    f.text = message;
-    f.json = "{\"code\":\"failed\",\"message\":";
-    appendJsonString(f.json, message);
-    f.json += '}';
-    return f;
-}
-
 std::string describe(const Route& r)
 {
     return "service " + std::to_string(r.service) + ", method " + std::to_string(r.method) + ", type " +
@@ -89,13 +78,13 @@ public:
         try {
             if (api_.deserializebyMethodID(r.service, r.method, r.type, payload, json) != 0) {
                 // The library says only that it failed; a lookup tells the two usual reasons apart.
-                failure = classicFailure(hasFormat(r) ? "decode failed: the payload does not match the method format"
+                failure = Failure::of("failed", hasFormat(r) ? "decode failed: the payload does not match the method format"
                                                       : "no format for " + describe(r));
                 return false;
             }
         } catch (const std::exception& e) {
             // The library lets errors of its JSON and text conversion dependencies through.
-            failure = classicFailure("conversion failed: " + oneLine(e.what()));
+            failure = Failure::of("failed", "conversion failed: " + oneLine(e.what()));
             return false;
         }
         if (compact_) {
@@ -111,13 +100,13 @@ public:
             if (api_.serializebyMethodID(r.service, r.method, r.type, scratch_, payload) != 0) {
                 // Checked only once it failed: a second parse of every line would halve the pace.
                 Json::Value parsed;
-                failure = classicFailure(!Json::Reader().parse(scratch_, parsed, false) ? "invalid JSON input"
+                failure = Failure::of("failed", !Json::Reader().parse(scratch_, parsed, false) ? "invalid JSON input"
                                          : hasFormat(r) ? "encode failed: the parameter list could not be written"
                                                         : "no format for " + describe(r));
                 return false;
             }
         } catch (const std::exception& e) {
-            failure = classicFailure("conversion failed: " + oneLine(e.what()));
+            failure = Failure::of("failed", "conversion failed: " + oneLine(e.what()));
             return false;
         }
         return true;
@@ -198,6 +187,19 @@ std::unique_ptr<Converter> Converter::load(Form form, Layout layout, const std::
         return std::make_unique<PlainConverter>(layout, formats);
     }
     return std::make_unique<ClassicConverter>(layout, formats);
+}
+
+Failure Failure::of(const std::string& code, const std::string& message)
+{
+    Failure f;
+    f.code = code;
+    f.text = message;
+    f.json = "{\"code\":";
+    appendJsonString(f.json, code);
+    f.json += ",\"message\":";
+    appendJsonString(f.json, message);
+    f.json += '}';
+    return f;
 }
 
 } // namespace someip_json

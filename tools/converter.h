@@ -27,6 +27,9 @@ struct Failure {
     std::string json;  // the error object of a stream line: {"code":"...",...,"message":"..."}
     std::string text;  // one line for standard error, without the tool's name
     std::string code;  // for the stream summary
+
+    // A failure that has only a code and a message (no offset or path).
+    static Failure of(const std::string& code, const std::string& message);
 };
 
 class Converter {

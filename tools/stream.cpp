@@ -42,17 +42,6 @@ std::string_view nextWord(std::string_view& rest)
     return word;
 }
 
-Failure badInput(const std::string& message)
-{
-    Failure f;
-    f.code = "bad_input";
-    f.text = message;
-    f.json = "{\"code\":\"bad_input\",\"message\":";
-    appendJsonString(f.json, message);
-    f.json += '}';
-    return f;
-}
-
 void writeOut(std::string& out)
 {
     if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) {
@@ -76,24 +65,24 @@ public:
         const std::string_view method = nextWord(line);
         const std::string_view type = nextWord(line);
         if (type.empty()) {
-            failure = badInput(std::string("expected ") + shape);
+            failure = Failure::of("bad_input", std::string("expected ") + shape);
             return false;
         }
         if (!parseId(service, route.service)) {
-            failure = badInput("invalid service ID '" + std::string(service) + "'");
+            failure = Failure::of("bad_input", "invalid service ID '" + std::string(service) + "'");
             return false;
         }
         if (!parseId(method, route.method)) {
-            failure = badInput("invalid method ID '" + std::string(method) + "'");
+            failure = Failure::of("bad_input", "invalid method ID '" + std::string(method) + "'");
             return false;
         }
         if (!parseMessageType(type, route.type)) {
-            failure = badInput("invalid message type '" + std::string(type) + "'");
+            failure = Failure::of("bad_input", "invalid message type '" + std::string(type) + "'");
             return false;
         }
         if (direction_ == Direction::Decode) {
             if (!parseHex(line, payload_, why_)) {
-                failure = badInput(why_);
+                failure = Failure::of("bad_input", why_);
                 return false;
             }
             if (!converter_.decode(route, payload_, json_, failure)) {
