@@ -22,7 +22,8 @@ using Param = ZQSomeIPPlainParam;
 const char* const kErrorNames[] = {
     "ok", "unknown_message", "unsupported_format", "truncated", "length_beyond_data", "length_mismatch",
     "bad_string", "trailing_bytes", "bad_json", "wrong_type", "out_of_range", "missing_member",
-    "unknown_member", "wrong_count", "too_long", "file_error", "bad_format_file",
+    "unknown_member", "wrong_count", "too_long", "file_error", "bad_format_file", "unknown_selector",
+    "unknown_name", "wire_type_mismatch", "unskippable_member",
 };
 
 struct TypeName {
@@ -164,6 +165,49 @@ std::string ZQSomeIPPlainStatus::toJson() const
     return out;
 }
 
+std::string ZQSomeIPPlainStatus::warningsJson() const
+{
+    std::string out = "[";
+    for (const ZQSomeIPPlainWarning& w : warnings) {
+        if (out.size() > 1) {
+            out += ',';
+        }
+        out += "{\"offset\":" + std::to_string(w.offset) + ",\"bytes\":" + std::to_string(w.bytes) + ",\"message\":";
+        appendJsonString(out, w.message);
+        out += '}';
+    }
+    out += ']';
+    return out;
+}
+
+bool parseEnumStyle(std::string_view text, ZQSomeIPEnumStyle& style)
+{
+    if (text == "name") {
+        style = ZQSomeIPEnumStyle::Name;
+    } else if (text == "value") {
+        style = ZQSomeIPEnumStyle::Value;
+    } else if (text == "both") {
+        style = ZQSomeIPEnumStyle::Both;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool parseScaledStyle(std::string_view text, ZQSomeIPScaledStyle& style)
+{
+    if (text == "raw") {
+        style = ZQSomeIPScaledStyle::Raw;
+    } else if (text == "physical") {
+        style = ZQSomeIPScaledStyle::Physical;
+    } else if (text == "both") {
+        style = ZQSomeIPScaledStyle::Both;
+    } else {
+        return false;
+    }
+    return true;
+}
+
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::string& path, ZQSomeIPPlainStatus& status)
 {
     status = ZQSomeIPPlainStatus();
@@ -243,14 +287,33 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
     return set;
 }
 
-const ZQSomeIPPlainMethod* ZQSomeIPFormatSet::find(int serviceID, int methodID, int messageType) const
+const ZQSomeIPPlainMethod* ZQSomeIPFormatSet::find(int serviceID, int methodID, int messageType,
+                                                   int interfaceVersion) const
 {
     ZQSomeIPSearchPlan plan;
     if (!searchPlanFor(messageType, plan)) {
         return nullptr;
     }
-    const auto it = methods_.find(ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind));
-    return it == methods_.end() ? nullptr : it->second.get();
+    const uint64_t key = ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind);
+    auto in = [key](const Table& table) -> const ZQSomeIPPlainMethod* {
+        const auto it = table.find(key);
+        return it == table.end() ? nullptr : it->second.get();
+    };
+    if (messageType == 0x81) {
+        if (const ZQSomeIPPlainMethod* error = in(errors_)) {
+            return error;
+        }
+    }
+    if (interfaceVersion >= 0 && !versioned_.empty()) {
+        const auto version = versioned_.find(static_cast<uint64_t>(interfaceVersion));
+        if (version != versioned_.end()) {
+            if (const ZQSomeIPPlainMethod* exact = in(version->second)) {
+                return exact;
+            }
+        }
+        return in(unversioned_);
+    }
+    return in(methods_);
 }
 
 } // namespace ZQSomeIP

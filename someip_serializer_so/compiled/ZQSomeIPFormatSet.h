@@ -33,8 +33,22 @@ enum class ZQSomeIPPlainError : int {
     TooLong,            // a string, vector or struct longer than its length field can express
     FileError,          // a format file or directory that cannot be read
     BadFormatFile,      // a format file that is not JSON (file, line, column) or cannot serve lookups
+    UnknownSelector,    // a union selector no member of the union carries
+    UnknownName,        // an enumerator or union member name the format does not have
+    WireTypeMismatch,   // a TLV member whose tag names another wire type than its declared type takes
+    UnskippableMember,  // a TLV member of an unknown data ID with wire type 4 (its length is unknown)
 };
 const char* plainErrorName(ZQSomeIPPlainError code);
+
+// Bytes a successful decode skipped because the format does not know them: bytes inside a struct's
+// length field after its known members, bytes after the last parameter, TLV members of unknown data
+// IDs. Receivers skip these by the protocol's rules (a newer peer may append them); `strict` decoding
+// turns the first two into errors instead.
+struct ZQSomeIPPlainWarning {
+    size_t offset = 0;    // where the skipped bytes start in the payload
+    size_t bytes = 0;     // how many were skipped
+    std::string message;  // one line, naming the parameter where there is one
+};
 
 // The result of a plain operation: a code, where (decode: byte offset in the payload; encode: a JSON
 // path such as $.waypoints[1].x; loading: the file, with line and column), and one line of text.
@@ -43,23 +57,76 @@ struct ZQSomeIPPlainStatus {
     size_t offset = 0;     // decode errors
     std::string path;      // encode errors; the file for loading errors
     std::string message;   // one line, naming the parameter where there is one
+    std::vector<ZQSomeIPPlainWarning> warnings;  // decode: what was skipped (success only)
 
     bool ok() const { return code == ZQSomeIPPlainError::Ok; }
     // `{"code":"...","offset":N,"message":"..."}` (path instead of offset for encode and loading).
     std::string toJson() const;
+    // `[{"offset":N,"bytes":N,"message":"..."},...]`, or `[]` without warnings.
+    std::string warningsJson() const;
 };
 
-// One parameter of a method format, as the plain codec walks it.
+// A name for one raw value of an integer, or for a range of them ("ValueEnd"). Values are kept as
+// the 64 bits of the integer (two's complement for signed types).
+struct ZQSomeIPPlainEnumerator {
+    std::string name;
+    uint64_t first = 0;
+    uint64_t last = 0;
+};
+
+// One named field of a bit field: `width` bits from bit `bit` (0 = least significant).
+struct ZQSomeIPPlainBit {
+    std::string name;
+    std::string key;  // the name as a JSON key with its colon
+    uint32_t bit = 0;
+    uint32_t width = 1;
+    std::vector<ZQSomeIPPlainEnumerator> enumerators;
+};
+
+// physical = raw * factor + offset
+struct ZQSomeIPPlainScale {
+    double factor = 1;
+    double offset = 0;
+    std::string unit;
+};
+
+// One parameter of a method format, as the plain codec walks it. Everything after `members` is set
+// by version-2 format files only; its defaults describe a version-1 parameter.
 struct ZQSomeIPPlainParam {
     enum Kind : uint8_t {
         Bool, UInt8, UInt16, UInt32, UInt64, Int8, Int16, Int32, Int64, Float, Double, String,
-        Structure, Array, Vector,
+        Structure, Array, Vector, Union,
     };
     Kind kind = Bool;
     std::string name;
     std::string key;                          // the name as a JSON key with its colon: "name":
     uint32_t count = 0;                       // fixed arrays
-    std::vector<ZQSomeIPPlainParam> members;  // structure members, or the one element of an array or vector
+    std::vector<ZQSomeIPPlainParam> members;  // structure or union members, or the one element of an array or vector
+
+    // Attributes of this element. Version-1 formats leave the engines to inherit them (`explicitAttr`
+    // false); version-2 formats resolve them per element and hand them to every engine call.
+    bool explicitAttr = false;
+    ZQSomeIPExtendAttr attr;
+    bool unionTypeFirst = false;          // UnionFieldOrder TYPE_FIRST: the selector before the length
+    bool dynamicLengthFieldSize = true;   // TLV: complex members take wire types 5..7 (smallest that fits)
+    bool stringBom = true;                // strings: a byte order mark leads the text
+    bool stringTerminator = true;         // strings: a zero (two for UTF-16) ends the text
+    uint32_t stringUtf16ByteOrder = 0;    // ZQSomeIPPayloadByteOrder of UTF-16 text (defaults to attr.byte_order)
+
+    uint32_t fixedLength = 0;             // strings: bytes on the wire, no length field (0: a dynamic string)
+    uint32_t minCount = 0;                // vectors: elements allowed, both ways
+    uint32_t maxCount = UINT32_MAX;
+    bool bitfield = false;                // an unsigned integer shown as named bits
+    std::vector<ZQSomeIPPlainBit> bits;
+    std::vector<ZQSomeIPPlainEnumerator> enumerators;  // integers (and enums): names of raw values
+    bool scaled = false;                  // numbers: a physical value is `scale` of the raw one
+    ZQSomeIPPlainScale scale;
+    bool tlv = false;                     // structures: members tagged by their data IDs
+    int32_t dataId = -1;                  // members of a TLV structure: 0..4095
+    bool optional = false;                // members of a TLV structure: may be absent
+    uint32_t selector = 0;                // union members
+    bool allowNull = false;               // unions: selector 0 means no member (JSON null)
+    uint32_t maxLength = 0;               // unions without a length field: the member area's size
 };
 
 // A method format ready for the plain codec: its parameters and the attributes its service gives.
@@ -67,6 +134,16 @@ struct ZQSomeIPPlainMethod {
     std::vector<ZQSomeIPPlainParam> params;
     ZQSomeIPExtendAttr attr;
     std::string unsupported;  // non-empty: why this format cannot be used
+    // Version-2 formats: the attributes of the parameter list (Params[k] "Attribute" over the
+    // service's), and whether the list is TLV-encoded (Params[k] "Tlv"; its members carry data IDs).
+    bool version2 = false;
+    bool tlv = false;
+    ZQSomeIPPlainParam list;  // the list's attributes and string rules (kind Structure, no members)
+    // Names the format gives (empty when it gives none): "ServiceName", and "MethodName",
+    // "EventName" or "FieldName" of the entry.
+    std::string serviceName;
+    std::string methodName;
+    int majorVersion = -1;    // the service's "MajorVersion", -1 when it has none
 };
 
 // A shared, immutable set of method formats. Loaded once from a format description file or a
@@ -79,17 +156,46 @@ class ZQSomeIPFormatSet {
 public:
     static std::shared_ptr<const ZQSomeIPFormatSet> load(const std::string& path, ZQSomeIPPlainStatus& status);
 
-    // The method format of a message, or null.
-    const ZQSomeIPPlainMethod* find(int serviceID, int methodID, int messageType) const;
+    // The method format of a message, or null. Message type 0x81 (error) takes the entry whose
+    // "MethodType" is "error" where there is one, else the response's. With an interface version
+    // (0..255) and several services of one ID, the service whose "MajorVersion" equals it is taken
+    // first, then one without a "MajorVersion"; -1 takes what the classic lookup takes.
+    const ZQSomeIPPlainMethod* find(int serviceID, int methodID, int messageType, int interfaceVersion = -1) const;
     size_t methodCount() const { return methods_.size(); }
 
 private:
-    std::unordered_map<uint64_t, std::shared_ptr<const ZQSomeIPPlainMethod>> methods_;
+    using Table = std::unordered_map<uint64_t, std::shared_ptr<const ZQSomeIPPlainMethod>>;
+    Table methods_;                // what the classic lookup finds
+    Table errors_;                 // "MethodType": "error" entries, by their response key
+    Table unversioned_;            // the last match among services without a "MajorVersion"
+    std::unordered_map<uint64_t, Table> versioned_;  // by major version
 };
 
-// Options of the plain JSON text written by plainDecode.
+// How enumerated integers are written by decode (encode accepts all three forms).
+enum class ZQSomeIPEnumStyle : uint8_t {
+    Name,   // the enumerator's name, or the integer when the value has none
+    Value,  // the integer
+    Both,   // {"name":"DRIVE","value":3} (name null when the value has none)
+};
+// How scaled numbers are written by decode and read by encode.
+enum class ZQSomeIPScaledStyle : uint8_t {
+    Raw,       // the raw wire value
+    Physical,  // raw * factor + offset (encode rounds back to the nearest raw value)
+    Both,      // {"raw":65,"value":25.0,"unit":"degC"} (encode takes "raw" if present, else "value")
+};
+// "name" | "value" | "both", and "raw" | "physical" | "both"; false for any other text.
+bool parseEnumStyle(std::string_view text, ZQSomeIPEnumStyle& style);
+bool parseScaledStyle(std::string_view text, ZQSomeIPScaledStyle& style);
+
+// Options of the plain codec.
 struct ZQSomeIPPlainOptions {
     bool pretty = false;  // indented by two blanks, one member per line; compact otherwise
+    // Decode: bytes the format does not know (after the last parameter, inside a struct's length
+    // field after its known members) fail as trailing_bytes / length_mismatch instead of being
+    // skipped with a warning.
+    bool strict = false;
+    ZQSomeIPEnumStyle enumStyle = ZQSomeIPEnumStyle::Name;
+    ZQSomeIPScaledStyle scaled = ZQSomeIPScaledStyle::Raw;
 };
 
 // Payload -> plain JSON: {"routeId":7,"waypoints":[{"x":100,"y":-50}],"lengthKm":12.5}. Members in
@@ -100,13 +206,20 @@ struct ZQSomeIPPlainOptions {
 ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
                                 const uint8_t* payload, size_t size, std::string& json,
                                 const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
+// The same with a method format found beforehand (by find() with an interface version, say).
+ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
+                                std::string& json, const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
 
 // Plain JSON -> payload, strictly: every member present with the right JSON type and in range, no
 // unknown members, fixed arrays of their declared count, vectors as long as their JSON array, no
 // string, vector or struct longer than its length field can express. `payload` is written only on
 // success.
 ZQSomeIPPlainStatus plainEncode(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
-                                std::string_view json, std::vector<uint8_t>& payload);
+                                std::string_view json, std::vector<uint8_t>& payload,
+                                const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
+ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                std::vector<uint8_t>& payload,
+                                const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
 
 } // namespace ZQSomeIP
 

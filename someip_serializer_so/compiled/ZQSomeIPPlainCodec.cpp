@@ -423,6 +423,8 @@ private:
             listEnd(i, depth);
             return closeContainer(r, base, p);
         }
+        case Param::Union:
+            break;
         }
         return false;
     }
@@ -691,6 +693,8 @@ private:
             }
             return written(p.kind == Param::Array ? w_.array_data_begin(nullptr) : w_.vector_data_begin(nullptr)) &&
                    list(v, p, depth + 1) && close(p);
+        case Param::Union:
+            break;
         }
         return false;
     }
@@ -729,6 +733,19 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID,
     if (m == nullptr) {
         return status;
     }
+    return plainDecode(*m, payload, size, json, options);
+}
+
+ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
+                                std::string& json, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (!method.unsupported.empty()) {
+        status.code = Error::UnsupportedFormat;
+        status.message = method.unsupported;
+        return status;
+    }
+    const ZQSomeIPPlainMethod* m = &method;
     if (size > 0xFFFFFFFFu) {
         status.code = Error::LengthBeyondData;
         status.message = "payload: larger than 4 GiB";
@@ -766,13 +783,28 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID,
 }
 
 ZQSomeIPPlainStatus plainEncode(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
-                                std::string_view json, std::vector<uint8_t>& payload)
+                                std::string_view json, std::vector<uint8_t>& payload,
+                                const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
     const ZQSomeIPPlainMethod* m = method(formats, serviceID, methodID, messageType, status);
     if (m == nullptr) {
         return status;
     }
+    return plainEncode(*m, json, payload, options);
+}
+
+ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (!method.unsupported.empty()) {
+        status.code = Error::UnsupportedFormat;
+        status.message = method.unsupported;
+        return status;
+    }
+    const ZQSomeIPPlainMethod* m = &method;
+    (void)options;
     thread_local Json doc;
     if (!doc.parse(json, Json::Grammar::Standard)) {
         status.code = Error::BadJson;
