@@ -151,6 +151,7 @@ bool ZQSomeIPFormatIndex::collect(const Json::Value& document, const AttributeRe
                         }
                         const Json::Value* details = param.isMember("ParamsDetails") ? &param["ParamsDetails"] : nullptr;
                         methods_.emplace_back(details, hasAttr, attr);
+                        methods_.back().setOrigin(&service, &entry, &param);
                         found.emplace(k, &methods_.back());
                     }
                 }

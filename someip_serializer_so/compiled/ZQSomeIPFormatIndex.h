@@ -43,6 +43,17 @@ public:
     const Json::Value* details() const { return details_; }
     const ZQSomeIPExtendAttr& attr() const { return attr_; }
 
+    // Where the match stands: its service, its method, event or field, and its "Params" entry.
+    void setOrigin(const Json::Value* service, const Json::Value* entry, const Json::Value* params)
+    {
+        service_ = service;
+        entry_ = entry;
+        params_ = params;
+    }
+    const Json::Value* service() const { return service_; }
+    const Json::Value* entry() const { return entry_; }
+    const Json::Value* params() const { return params_; }
+
     // The styled text of "ParamsDetails", rendered once.
     const std::string& styled() const;
     // The compiled form, or null when the format uses something the fast paths do not reproduce.
@@ -50,6 +61,9 @@ public:
 
 private:
     const Json::Value* details_;  // null: the entry had no "ParamsDetails"
+    const Json::Value* service_ = nullptr;
+    const Json::Value* entry_ = nullptr;
+    const Json::Value* params_ = nullptr;
     bool has_attr_;
     ZQSomeIPExtendAttr attr_;
     mutable bool rendered_ = false;

@@ -12,6 +12,8 @@
 #include "ZQSomeIPFormatAnalyzer.h"
 #include "ZQSomeIPFormatIndex.h"
 #include "ZQSomeIPJsonText.h"
+#include "ZQSomeIPNumberText.h"
+#include "ZQSomeIPPlainFormat.h"
 
 namespace ZQSomeIP {
 
@@ -140,6 +142,166 @@ ZQSomeIPPlainStatus loadError(ZQSomeIPPlainError code, const std::string& file, 
     return status;
 }
 
+const char* textOf(const Json::Value& owner, const char* key)
+{
+    const Json::Value& v = owner.isObject() ? owner[key] : Json::Value::nullSingleton();
+    return v.isString() ? v.asCString() : "";
+}
+
+// Compiles the method formats of the loaded documents, each "Params" entry once.
+class Builder {
+public:
+    Builder(ZQSomeIPFormatAnalyzer& rules, const std::deque<Json::Value>& documents, const std::vector<int>& versions)
+        : rules_(rules), documents_(documents), versions_(versions)
+    {
+        for (size_t d = 0; d < documents_.size(); ++d) {
+            const Json::Value& services = documents_[d].isObject() ? documents_[d]["Services"] : Json::Value::nullSingleton();
+            if (services.isArray()) {
+                for (const Json::Value& service : services) {
+                    documentOf_[&service] = d;
+                }
+            }
+        }
+    }
+
+    // False (with `why` and `failedDocument`) when a version-2 type reference breaks the load.
+    bool method(const Json::Value* service, const Json::Value* entry, const Json::Value* params,
+                const Json::Value* details, const ZQSomeIPExtendAttr& attr,
+                std::shared_ptr<const ZQSomeIPPlainMethod>& out)
+    {
+        const auto cached = cache_.find(params);
+        if (cached != cache_.end() && params != nullptr) {
+            out = cached->second;
+            return true;
+        }
+        auto method = std::make_shared<ZQSomeIPPlainMethod>();
+        method->attr = attr;
+        const size_t document = documentOf(service);
+        if (document < versions_.size() && versions_[document] == 2 && service != nullptr && params != nullptr) {
+            ZQSomeIPPlainFormatCompiler compiler(rules_, documents_[document]);
+            if (!compiler.compile(*service, *params, attr, *method, why)) {
+                failedDocument = document;
+                return false;
+            }
+        } else if (details == nullptr) {
+            method->unsupported = "the format has no \"ParamsDetails\"";
+        } else if (!compileList(*details, method->attr, method->params, method->unsupported)) {
+            method->params.clear();
+        }
+        if (service != nullptr) {
+            method->serviceName = textOf(*service, "ServiceName");
+            const Json::Value& major = service->isObject() ? (*service)["MajorVersion"] : Json::Value::nullSingleton();
+            if (document < versions_.size() && versions_[document] == 2 && major.isIntegral() && major.asInt64() >= 0 &&
+                major.asInt64() <= 255) {
+                method->majorVersion = major.asInt();
+            }
+        }
+        if (entry != nullptr) {
+            for (const char* key : {"MethodName", "EventName", "FieldName"}) {
+                if (method->methodName.empty()) {
+                    method->methodName = textOf(*entry, key);
+                }
+            }
+        }
+        out = method;
+        if (params != nullptr) {
+            cache_[params] = method;
+        }
+        return true;
+    }
+
+    // Walks the documents as the lookup does (first match in a document, last document wins):
+    // `extras` true: error entries and services with a "MajorVersion" of version-2 documents;
+    // false: the services without a version.
+    bool walk(bool extras, ZQSomeIPFormatSet::Table& errors, std::unordered_map<uint64_t, ZQSomeIPFormatSet::Table>& versioned,
+              ZQSomeIPFormatSet::Table& unversioned)
+    {
+        for (size_t d = 0; d < documents_.size(); ++d) {
+            if (extras && versions_[d] != 2) {
+                continue;
+            }
+            const Json::Value& services = documents_[d].isObject() ? documents_[d]["Services"] : Json::Value::nullSingleton();
+            if (!services.isArray()) {
+                continue;
+            }
+            std::set<std::pair<int, uint64_t>> seen;  // (version, key) found earlier in this document
+            for (const Json::Value& service : services) {
+                if (!service.isObject()) {
+                    continue;
+                }
+                const int serviceID = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
+                const Json::Value& major = service["MajorVersion"];
+                const bool hasVersion = versions_[d] == 2 && major.isIntegral();
+                if (!extras && hasVersion) {
+                    continue;
+                }
+                ZQSomeIPExtendAttr attr;
+                rules_.readLookupAttributes(service, documents_[d], attr);
+                for (const int type : {0x00, 0x01, 0x02, 0x80, 0x81}) {
+                    ZQSomeIPSearchPlan plan;
+                    searchPlanFor(type, plan);
+                    const bool error = type == 0x81;
+                    if ((extras && !error && !hasVersion) || (!extras && error)) {
+                        continue;
+                    }
+                    const char* word = error ? "error" : plan.methodType;
+                    for (const char* array : plan.arrays) {
+                        if (array == nullptr || !service[array].isArray()) {
+                            continue;
+                        }
+                        for (const Json::Value& entry : service[array]) {
+                            const Json::Value& list = entry.isObject() ? entry["Params"] : Json::Value::nullSingleton();
+                            if (!list.isArray()) {
+                                continue;
+                            }
+                            const int methodID = quickStringToNum<int>(entry.get(plan.idKey, Json::Value()).asString());
+                            for (const Json::Value& params : list) {
+                                if (!params.isObject() || params.get("MethodType", Json::Value()).asString() != word) {
+                                    continue;
+                                }
+                                const uint64_t key = ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind);
+                                const int version = hasVersion && !error ? major.asInt() : -1;
+                                if (!seen.insert({error ? -2 : version, key}).second) {
+                                    continue;
+                                }
+                                std::shared_ptr<const ZQSomeIPPlainMethod> found;
+                                const Json::Value* details = params.isMember("ParamsDetails") ? &params["ParamsDetails"] : nullptr;
+                                if (!method(&service, &entry, &params, details, attr, found)) {
+                                    return false;
+                                }
+                                if (error) {
+                                    errors[key] = found;
+                                } else if (version >= 0) {
+                                    versioned[static_cast<uint64_t>(version)][key] = found;
+                                } else {
+                                    unversioned[key] = found;
+                                }
+                            }
+                        }
+                    }
+                }
+            }
+        }
+        return true;
+    }
+
+    std::string why;
+    size_t failedDocument = 0;
+
+private:
+    size_t documentOf(const Json::Value* service) const
+    {
+        const auto it = documentOf_.find(service);
+        return it == documentOf_.end() ? documents_.size() : it->second;
+    }
+
+    ZQSomeIPFormatAnalyzer& rules_;
+    const std::deque<Json::Value>& documents_;
+    const std::vector<int>& versions_;
+    std::unordered_map<const Json::Value*, std::shared_ptr<const ZQSomeIPPlainMethod>> cache_;
+    std::unordered_map<const Json::Value*, size_t> documentOf_;
+};
+
 } // namespace
 
 const char* plainErrorName(ZQSomeIPPlainError code)
@@ -229,6 +391,8 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
     }
 
     std::deque<Json::Value> documents;
+    std::vector<int> versions;
+    std::vector<std::string> names;
     ZQSomeIPFormatIndex index;
     for (const std::string& file : files) {
         std::ifstream stream(file, std::ios::in | std::ios::binary);
@@ -255,7 +419,19 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
                                "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + why);
             return nullptr;
         }
+        std::string why;
+        const int version = plainFormatVersion(root, why);
+        if (version < 0) {
+            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
+            return nullptr;
+        }
+        versions.push_back(version);
+        names.push_back(file);
         documents.push_back(std::move(root));
+        if (version == 2 && !ZQSomeIPPlainFormatCompiler(rules, documents.back()).checkTypes(why)) {
+            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
+            return nullptr;
+        }
         index.addDocument(documents.back(), documents.size() - 1,
                           [&rules](const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr) {
                               return rules.readLookupAttributes(service, document, attr);
@@ -269,20 +445,31 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
     }
 
     auto set = std::make_shared<ZQSomeIPFormatSet>();
+    Builder builder(rules, documents, versions);
     for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
         for (const auto& entry : segment.table) {
-            auto method = std::make_shared<ZQSomeIPPlainMethod>();
+            const ZQSomeIPIndexedMethod& found = *entry.second.method;
+            ZQSomeIPExtendAttr attr;  // read into a fresh record: the lookup defaults elsewhere
             if (entry.second.attr != nullptr) {
-                method->attr = *entry.second.attr;  // read into a fresh record: the lookup defaults elsewhere
+                attr = *entry.second.attr;
             }
-            const Json::Value* details = entry.second.method->details();
-            if (details == nullptr) {
-                method->unsupported = "the format has no \"ParamsDetails\"";
-            } else if (!compileList(*details, method->attr, method->params, method->unsupported)) {
-                method->params.clear();
+            std::shared_ptr<const ZQSomeIPPlainMethod> method;
+            if (!builder.method(found.service(), found.entry(), found.params(), found.details(), attr, method)) {
+                status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
+                return nullptr;
             }
             set->methods_[entry.first] = std::move(method);
         }
+    }
+    // Error entries and versioned services of version-2 files; the unversioned services are needed
+    // only when some service carries a version.
+    if (!builder.walk(true, set->errors_, set->versioned_, set->unversioned_)) {
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
+        return nullptr;
+    }
+    if (!set->versioned_.empty() && !builder.walk(false, set->errors_, set->versioned_, set->unversioned_)) {
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
+        return nullptr;
     }
     return set;
 }

@@ -163,8 +163,9 @@ public:
     const ZQSomeIPPlainMethod* find(int serviceID, int methodID, int messageType, int interfaceVersion = -1) const;
     size_t methodCount() const { return methods_.size(); }
 
-private:
     using Table = std::unordered_map<uint64_t, std::shared_ptr<const ZQSomeIPPlainMethod>>;
+
+private:
     Table methods_;                // what the classic lookup finds
     Table errors_;                 // "MethodType": "error" entries, by their response key
     Table unversioned_;            // the last match among services without a "MajorVersion"

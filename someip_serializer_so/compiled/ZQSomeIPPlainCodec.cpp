@@ -17,6 +17,7 @@
 #include "ZQSomeIPLightJson.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
+#include "someip/ZQSomeIPPayloadUtf16.h"
 
 namespace ZQSomeIP {
 
@@ -29,17 +30,84 @@ using Writer = ZQSomeIPPayloadSerializerGeneral;
 using Json = ZQSomeIPLightJson;
 
 const char* const kKindNames[] = {"bool", "uint8_t", "uint16_t", "uint32_t", "uint64_t", "int8_t", "int16_t",
-                                  "int32_t", "int64_t", "float", "double", "string", "struct", "array", "vector"};
+                                  "int32_t", "int64_t", "float", "double", "string", "struct", "array", "vector",
+                                  "union"};
+
+uint32_t* lengthFieldSizeOf(Param::Kind kind, ZQSomeIPExtendAttr& a)
+{
+    switch (kind) {
+    case Param::Structure: return &a.struct_length_field_size;
+    case Param::Array: return &a.array_length_field_size;
+    case Param::Vector: return &a.vector_length_field_size;
+    case Param::String: return &a.string_length_field_size;
+    case Param::Union: return &a.union_length_field_size;
+    default: return nullptr;
+    }
+}
 
 uint32_t lengthFieldSize(Param::Kind kind, const ZQSomeIPExtendAttr& a)
 {
-    switch (kind) {
-    case Param::Structure: return a.struct_length_field_size;
-    case Param::Array: return a.array_length_field_size;
-    case Param::Vector: return a.vector_length_field_size;
-    case Param::String: return a.string_length_field_size;
-    default: return 0;
+    const uint32_t* size = lengthFieldSizeOf(kind, const_cast<ZQSomeIPExtendAttr&>(a));
+    return size == nullptr ? 0 : *size;
+}
+
+// Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
+// terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
+// (inside a length-delimited container) that this file reads and writes itself.
+bool ownStringRules(const Param& p, const ZQSomeIPExtendAttr& a)
+{
+    return p.explicitAttr && (p.fixedLength > 0 || !p.stringBom || !p.stringTerminator ||
+           (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
+}
+
+bool isBasic(const Param& p) { return p.kind <= Param::Double; }
+
+// Bytes of a basic value: its TLV wire type is the power of two.
+uint32_t basicWidth(Param::Kind k)
+{
+    switch (k) {
+    case Param::Bool: case Param::UInt8: case Param::Int8: return 1;
+    case Param::UInt16: case Param::Int16: return 2;
+    case Param::UInt32: case Param::Int32: case Param::Float: return 4;
+    default: return 8;
     }
+}
+
+uint32_t wireTypeOfWidth(uint32_t width) { return width == 1 ? 0 : width == 2 ? 1 : width == 4 ? 2 : 3; }
+
+
+// The enumerator naming a raw value (64-bit image; signed types compare as signed), or null.
+const ZQSomeIPPlainEnumerator* enumeratorOf(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t raw, bool isSigned)
+{
+    for (const ZQSomeIPPlainEnumerator& e : list) {
+        const bool in = isSigned ? static_cast<int64_t>(raw) >= static_cast<int64_t>(e.first) &&
+                                       static_cast<int64_t>(raw) <= static_cast<int64_t>(e.last)
+                                 : raw >= e.first && raw <= e.last;
+        if (in) {
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
+const ZQSomeIPPlainEnumerator* enumeratorNamed(const std::vector<ZQSomeIPPlainEnumerator>& list, std::string_view name)
+{
+    for (const ZQSomeIPPlainEnumerator& e : list) {
+        if (e.name == name) {
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
+uint64_t fieldMask(uint32_t width) { return width >= 64 ? ~uint64_t(0) : (uint64_t(1) << width) - 1; }
+
+void appendNumber(std::string& out, uint64_t raw, bool isSigned)
+{
+    char text[32];
+    const auto res = isSigned ? std::to_chars(text, text + sizeof(text), static_cast<int64_t>(raw))
+                              : std::to_chars(text, text + sizeof(text), raw);
+    out.append(text, static_cast<size_t>(res.ptr - text));
 }
 
 uint64_t lengthCapacity(uint32_t fieldSize)
@@ -155,10 +223,129 @@ private:
 
 class Decoder {
 public:
-    Decoder(const ZQSomeIPExtendAttr& attr, const uint8_t* data, bool pretty, std::string& out,
+    Decoder(const ZQSomeIPExtendAttr& attr, const uint8_t* data, const ZQSomeIPPlainOptions& options, std::string& out,
             ZQSomeIPPlainStatus& status)
-        : attr_(attr), data_(data), pretty_(pretty), out_(out), status_(status)
+        : attr_(attr), data_(data), pretty_(options.pretty), options_(options), out_(out), status_(status)
     {
+    }
+
+    // A parameter list whose members are tagged by data IDs, up to `end`.
+    bool tlvObject(Reader& r, size_t base, const std::vector<Param>& members, const ZQSomeIPExtendAttr& container,
+                   size_t end, int depth)
+    {
+        std::vector<std::string> texts(members.size());
+        std::vector<bool> present(members.size(), false);
+        while (r.get_index() < end) {
+            const size_t at = r.get_index();
+            if (end - at < 2) {
+                return fail(Error::LengthMismatch, base + at, "a TLV tag is cut by its container's end");
+            }
+            uint16_t tag = 0;
+            if (r.read(tag, &container) != 0) {
+                return fail(Error::Truncated, base + at, "the payload ends inside a TLV tag");
+            }
+            const uint32_t wireType = (tag >> 12) & 7u;
+            const uint32_t id = tag & 0xFFFu;
+            size_t k = 0;
+            while (k < members.size() && members[k].dataId != static_cast<int32_t>(id)) {
+                ++k;
+            }
+            if (k == members.size() || present[k]) {
+                // Receivers skip what they do not know, by the length the wire type gives.
+                uint64_t size = 0;
+                if (wireType < 4) {
+                    size = uint64_t(1) << wireType;
+                } else {
+                    const uint32_t lfs = wireType == 4 ? (k == members.size() ? 0 : configuredSize(members[k]))
+                                                       : (wireType == 5 ? 1u : wireType == 6 ? 2u : 4u);
+                    if (lfs == 0) {
+                        return fail(Error::UnskippableMember, base + at,
+                                    "TLV member with the unknown data ID " + std::to_string(id) +
+                                        " has wire type 4, whose length field size is not known");
+                    }
+                    if (r.get_index() + lfs > r.get_size()) {
+                        return fail(Error::Truncated, base + r.get_index(), "the payload ends inside a TLV length field");
+                    }
+                    size = lfs + uint64_t(peekLength(data_ + base, r.get_index(), lfs, container));
+                }
+                if (r.get_index() + size > end) {
+                    return fail(Error::LengthBeyondData, base + at,
+                                "TLV member with data ID " + std::to_string(id) + " runs past its container's end");
+                }
+                if (!skip(r, base, static_cast<uint32_t>(size))) {
+                    return false;
+                }
+                warn(base + at, static_cast<size_t>(size) + 2,
+                     std::string(k == members.size() ? "unknown" : "repeated") + " TLV member with data ID " +
+                         std::to_string(id) + " skipped");
+                continue;
+            }
+            const Param& m = members[k];
+            ZQSomeIPExtendAttr own = m.attr;
+            if (isBasic(m)) {
+                if (wireType != wireTypeOfWidth(basicWidth(m.kind))) {
+                    where_.push(m.name);
+                    return fail(Error::WireTypeMismatch, base + at,
+                                "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind]);
+                }
+            } else {
+                const uint32_t lfs = wireType == 4 ? configuredSize(m)
+                                     : wireType >= 5 ? (wireType == 5 ? 1u : wireType == 6 ? 2u : 4u) : 0u;
+                if (lfs == 0) {
+                    where_.push(m.name);
+                    return fail(Error::WireTypeMismatch, base + at,
+                                "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind] +
+                                    (wireType == 4 ? " without a configured length field size" : ""));
+                }
+                *lengthFieldSizeOf(m.kind, own) = lfs;
+            }
+            const size_t mark = out_.size();
+            where_.push(m.name);
+            if (!value(r, base, m, depth + 1, isBasic(m) ? nullptr : &own)) {
+                return false;
+            }
+            where_.pop();
+            texts[k] = out_.substr(mark);
+            out_.resize(mark);
+            present[k] = true;
+        }
+        if (r.get_index() > end) {
+            return fail(Error::LengthMismatch, base + end, "a TLV member runs past its container's end");
+        }
+        out_ += '{';
+        bool first = true;
+        for (size_t k = 0; k < members.size(); ++k) {
+            if (!present[k]) {
+                if (!members[k].optional) {
+                    where_.push(members[k].name);
+                    return fail(Error::MissingMember, base + end,
+                                "the mandatory TLV member with data ID " + std::to_string(members[k].dataId) +
+                                    " is missing");
+                }
+                continue;
+            }
+            if (!first) {
+                out_ += ',';
+            }
+            first = false;
+            newline(depth + 1);
+            out_ += members[k].key;
+            if (pretty_) {
+                out_ += ' ';
+            }
+            out_ += texts[k];
+        }
+        if (!first) {
+            newline(depth);
+        }
+        out_ += '}';
+        return true;
+    }
+
+    void warn(size_t offset, size_t bytes, const std::string& what)
+    {
+        const std::string place = where_.text("");
+        status_.warnings.push_back({offset, bytes, (place.empty() ? std::string("payload") : place) + ": " + what});
     }
 
     bool object(Reader& r, size_t base, const std::vector<Param>& members, int depth)
@@ -204,13 +391,34 @@ private:
         }
     }
 
+    // The length field size a TLV member's wire type 4 stands for.
+    static uint32_t configuredSize(const Param& m) { return lengthFieldSize(m.kind, m.attr); }
+
+    // Skips `n` bytes inside the open container.
+    bool skip(Reader& r, size_t base, uint32_t n)
+    {
+        uint8_t scratch[256];
+        while (n > 0) {
+            const uint32_t step = std::min<uint32_t>(n, sizeof(scratch));
+            const size_t at = r.get_index();
+            if (r.read(scratch, step, nullptr) != 0) {
+                return fail(Error::Truncated, base + at, "the payload ends inside bytes to skip");
+            }
+            n -= step;
+        }
+        return true;
+    }
+
     template <typename T>
-    bool number(Reader& r, size_t base, const Param& p)
+    bool number(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr* a)
     {
         const size_t at = r.get_index();
         T v{};
-        if (r.read(v, nullptr) != 0) {
+        if (r.read(v, a) != 0) {
             return basicFailed(r, base, at, sizeof(T), p);
+        }
+        if (p.bitfield || !p.enumerators.empty() || p.scaled) {
+            return special(p, v);
         }
         char text[64];
         std::to_chars_result res{};
@@ -225,6 +433,116 @@ private:
         }
         out_.append(text, static_cast<size_t>(res.ptr - text));
         return true;
+    }
+
+    // Enumerated, bit field and scaled numbers.
+    template <typename T>
+    bool special(const Param& p, T v)
+    {
+        if constexpr (std::is_floating_point<T>::value) {
+            scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
+        } else {
+            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
+            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
+            const bool isSigned = std::is_signed<T>::value;
+            if (p.bitfield) {
+                out_ += '{';
+                for (const ZQSomeIPPlainBit& b : p.bits) {
+                    out_ += b.key;
+                    const uint64_t field = (bits >> b.bit) & fieldMask(b.width);
+                    if (!b.enumerators.empty()) {
+                        enumerated(b.enumerators, field, false, [this, field] { appendNumber(out_, field, false); });
+                    } else if (b.width == 1) {
+                        out_ += field != 0 ? "true" : "false";
+                    } else {
+                        appendNumber(out_, field, false);
+                    }
+                    out_ += ',';
+                }
+                out_ += "\"$raw\":";
+                appendNumber(out_, bits, false);
+                out_ += '}';
+                return true;
+            }
+            auto number = [this, &p, bits, isSigned] {
+                if (p.scaled) {
+                    const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
+                    scaledValue(p, x, [this, bits, isSigned] { appendNumber(out_, bits, isSigned); });
+                } else {
+                    appendNumber(out_, bits, isSigned);
+                }
+            };
+            if (!p.enumerators.empty()) {
+                enumerated(p.enumerators, bits, isSigned, number);
+            } else {
+                number();
+            }
+        }
+        return true;
+    }
+
+    template <typename T>
+    void raw(T v)
+    {
+        if (!std::isfinite(v)) {
+            nonFinite(v);
+            return;
+        }
+        char text[64];
+        const auto res = std::to_chars(text, text + sizeof(text), v);
+        out_.append(text, static_cast<size_t>(res.ptr - text));
+    }
+
+    template <typename Number>
+    void enumerated(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t bits, bool isSigned, Number number)
+    {
+        const ZQSomeIPPlainEnumerator* e = enumeratorOf(list, bits, isSigned);
+        switch (options_.enumStyle) {
+        case ZQSomeIPEnumStyle::Value:
+            number();
+            return;
+        case ZQSomeIPEnumStyle::Name:
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                number();
+            }
+            return;
+        case ZQSomeIPEnumStyle::Both:
+            out_ += "{\"name\":";
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                out_ += "null";
+            }
+            out_ += ",\"value\":";
+            number();
+            out_ += '}';
+            return;
+        }
+    }
+
+    template <typename Raw>
+    void scaledValue(const Param& p, double x, Raw rawText)
+    {
+        if (!p.scaled || options_.scaled == ZQSomeIPScaledStyle::Raw) {
+            rawText();
+            return;
+        }
+        const double physical = x * p.scale.factor + p.scale.offset;
+        if (options_.scaled == ZQSomeIPScaledStyle::Physical) {
+            raw(physical);
+            return;
+        }
+        out_ += "{\"raw\":";
+        rawText();
+        out_ += ",\"value\":";
+        raw(physical);
+        if (!p.scale.unit.empty()) {
+            out_ += ",\"unit\":";
+            appendJsonString(out_, p.scale.unit);
+        }
+        out_ += '}';
     }
 
     template <typename T>
@@ -258,17 +576,17 @@ private:
         return fail(Error::LengthMismatch, base + at, "this " + what + " runs past its container's length field");
     }
 
-    bool string(Reader& r, size_t base)
+    bool string(Reader& r, size_t base, const ZQSomeIPExtendAttr& ea, const ZQSomeIPExtendAttr* a)
     {
         const size_t at = r.get_index();
-        const uint32_t lfs = attr_.string_length_field_size;
+        const uint32_t lfs = ea.string_length_field_size;
         std::string text;
-        if (r.read(text, 0, nullptr, false) != 0) {
+        if (r.read(text, 0, a, false) != 0) {
             const size_t now = r.get_index();
             if (now < at + lfs || now > r.get_size()) {
                 return fail(Error::Truncated, base + at, "the payload ends inside this string's length field");
             }
-            const uint32_t length = peekLength(data_ + base, now - lfs, lfs, attr_);
+            const uint32_t length = peekLength(data_ + base, now - lfs, lfs, ea);
             if (length > r.get_size() - now) {
                 return fail(Error::LengthBeyondData, base + now - lfs,
                             "the string's length field says " + std::to_string(length) + " bytes, " +
@@ -278,10 +596,10 @@ private:
         }
         // Where the length field was: after at most 7 bytes of alignment padding.
         const size_t end = r.get_index();
-        const size_t expected = attr_.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
-                                                                                   : 4 + text.size();
+        const size_t expected = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+                                                                                 : 4 + text.size();
         for (size_t pad = 0; pad < 8 && at + pad + lfs <= end; ++pad) {
-            const uint32_t length = peekLength(data_ + base, at + pad, lfs, attr_);
+            const uint32_t length = peekLength(data_ + base, at + pad, lfs, ea);
             if (at + pad + lfs + length == end) {
                 if (length != expected) {
                     return fail(Error::BadString, base + at, "the string holds a zero, or a unit that does not convert, before its end");
@@ -303,16 +621,124 @@ private:
         return true;
     }
 
-    // A container's content must be exactly what its length field says: unread bytes would be taken
-    // for the next parameter.
-    bool closeContainer(Reader& r, size_t base, const Param& p)
+    // A string as a byte block: a fixed one in an array frame of its declared size (or of the TLV
+    // length), a dynamic one in a vector frame whose length field is the string's.
+    bool ownString(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr& ea)
     {
-        const uint32_t lfs = lengthFieldSize(p.kind, attr_);
+        ZQSomeIPExtendAttr block = ea;
+        const bool fixed = p.fixedLength > 0;
+        if (fixed) {
+            // Outside TLV a fixed string has no length field; inside, the TLV one stands in ea's string size.
+            block.array_length_field_size = &ea == &p.attr ? 0 : ea.string_length_field_size;
+        } else {
+            block.vector_length_field_size = ea.string_length_field_size;
+        }
+        const size_t at = r.get_index();
+        const uint32_t lfs = fixed ? block.array_length_field_size : block.vector_length_field_size;
+        const uint32_t code = fixed ? r.array_data_begin(&block) : r.vector_data_begin(&block);
+        if (code != 0) {
+            if (at + lfs > r.get_size()) {
+                return fail(Error::Truncated, base + at, "the payload ends inside this string's length field");
+            }
+            return fail(Error::LengthMismatch, base + at, "this string runs past its container's length field");
+        }
+        uint8_t* bytes = nullptr;
+        uint32_t size = p.fixedLength;
+        const size_t begin = r.get_index();
+        if (lfs > 0) {
+            size = peekLength(data_ + base, begin - lfs, lfs, block);
+            if (size > r.get_size() - begin) {
+                return fail(Error::LengthBeyondData, base + begin - lfs,
+                            "the string's length field says " + std::to_string(size) + " bytes, " +
+                                std::to_string(r.get_size() - begin) + " remain");
+            }
+        }
+        if (r.read(&bytes, &size, &block) != 0 || bytes == nullptr) {
+            if (begin + size > r.get_size()) {
+                return fail(Error::Truncated, base + begin, "the payload ends inside this string");
+            }
+            return fail(Error::LengthMismatch, base + begin, "this string runs past its container's length field");
+        }
+        std::string text;
+        std::string why;
+        if (!stringFromBytes(bytes, size, p, ea, text, why)) {
+            return fail(Error::BadString, base + begin, why);
+        }
+        appendJsonString(out_, text);
+        r.data_end();
+        return true;
+    }
+
+    static bool stringFromBytes(const uint8_t* d, size_t n, const Param& p, const ZQSomeIPExtendAttr& ea,
+                                std::string& text, std::string& why)
+    {
+        const bool utf16 = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
+        const bool little = p.stringUtf16ByteOrder == ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
+        size_t i = 0;
+        if (p.stringBom) {
+            const uint8_t* mark = utf16 ? (little ? BOM_UTF16LE : BOM_UTF16BE) : BOM_UTF8;
+            const size_t markSize = utf16 ? 2 : 3;
+            if (n < markSize || memcmp(d, mark, markSize) != 0) {
+                why = "the string's byte order mark is missing";
+                return false;
+            }
+            i = markSize;
+        }
+        const size_t unit = utf16 ? 2 : 1;
+        size_t end = i;
+        while (end + unit <= n && (d[end] != 0 || (utf16 && d[end + 1] != 0))) {
+            end += unit;
+        }
+        const bool terminated = end + unit <= n;
+        if (!terminated && end != n) {
+            why = "a UTF-16 string of an odd number of bytes";
+            return false;
+        }
+        if (p.stringTerminator && !terminated) {
+            why = "the string's terminator is missing";
+            return false;
+        }
+        // Only a fixed string may hold bytes after its text (its zero fill); a dynamic one ends there.
+        if (terminated && p.fixedLength == 0 && end + (p.stringTerminator ? unit : 0) != n) {
+            why = "the string holds a zero before its end";
+            return false;
+        }
+        if (!utf16) {
+            text.assign(reinterpret_cast<const char*>(d + i), end - i);
+            if (!validUtf8(text)) {
+                why = "the string is not valid UTF-8";
+                return false;
+            }
+            return true;
+        }
+        std::u16string units((end - i) / 2, u'\0');
+        for (size_t k = 0; k < units.size(); ++k) {
+            const uint32_t b0 = d[i + 2 * k];
+            const uint32_t b1 = d[i + 2 * k + 1];
+            units[k] = static_cast<char16_t>(little ? (b0 | (b1 << 8)) : ((b0 << 8) | b1));
+        }
+        text = zq_someip_utf16_to_utf8(units);  // throws on an unpaired surrogate, reported by the caller
+        return true;
+    }
+
+    // A container's content must be exactly what its length field says: unread bytes would be taken
+    // for the next parameter. A struct may hold more than the format knows (a newer peer appended
+    // members): those bytes are skipped with a warning unless decoding is strict.
+    bool closeContainer(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr& ea)
+    {
+        const uint32_t lfs = lengthFieldSize(p.kind, ea);
         if (lfs > 0) {
             const size_t begin = r.get_begin_index();
-            const uint32_t length = peekLength(data_ + base, begin, lfs, attr_);
+            const uint32_t length = peekLength(data_ + base, begin, lfs, ea);
             const size_t used = r.get_index() - begin - lfs;
-            if (used != length) {
+            if (used < length && p.kind == Param::Structure && !options_.strict) {
+                const size_t at = r.get_index();
+                if (!skip(r, base, static_cast<uint32_t>(length - used))) {
+                    return false;
+                }
+                warn(base + at, length - used,
+                     std::to_string(length - used) + " bytes after the known members skipped");
+            } else if (used != length) {
                 return fail(Error::LengthMismatch, base + begin,
                             "the length field says " + std::to_string(length) + " bytes, the content takes " +
                                 std::to_string(used));
@@ -322,13 +748,13 @@ private:
         return true;
     }
 
-    bool openContainer(Reader& r, size_t base, const Param& p, uint32_t code)
+    bool openContainer(Reader& r, size_t base, const Param& p, uint32_t code, const ZQSomeIPExtendAttr& ea)
     {
         if (code == 0) {
             return true;
         }
         const size_t at = r.get_index();
-        const uint32_t lfs = lengthFieldSize(p.kind, attr_);
+        const uint32_t lfs = lengthFieldSize(p.kind, ea);
         if (at + lfs > r.get_size()) {
             return fail(Error::Truncated, base + at, "the payload ends inside this " + std::string(kKindNames[p.kind]) +
                                                          "'s length field");
@@ -337,8 +763,11 @@ private:
                                                           " runs past its container's length field");
     }
 
-    bool value(Reader& r, size_t base, const Param& p, int depth)
+    // `over`: attributes that stand for the parameter's own (a TLV member's length field size).
+    bool value(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr* over = nullptr)
     {
+        const ZQSomeIPExtendAttr& ea = over != nullptr ? *over : p.explicitAttr ? p.attr : attr_;
+        const ZQSomeIPExtendAttr* a = over != nullptr || p.explicitAttr ? &ea : nullptr;
         // The writer opens a top-level container without padding and so drops a pending "align the
         // next element" (left by a string or vector before it); the reader would keep it for the
         // next value. Dropped here as well, so that both directions agree on where values lie.
@@ -349,28 +778,41 @@ private:
         case Param::Bool: {
             const size_t at = r.get_index();
             bool v = false;
-            if (r.read(v, nullptr) != 0) {
+            if (r.read(v, a) != 0) {
                 return basicFailed(r, base, at, 1, p);
             }
             out_ += v ? "true" : "false";
             return true;
         }
-        case Param::UInt8: return number<uint8_t>(r, base, p);
-        case Param::UInt16: return number<uint16_t>(r, base, p);
-        case Param::UInt32: return number<uint32_t>(r, base, p);
-        case Param::UInt64: return number<uint64_t>(r, base, p);
-        case Param::Int8: return number<int8_t>(r, base, p);
-        case Param::Int16: return number<int16_t>(r, base, p);
-        case Param::Int32: return number<int32_t>(r, base, p);
-        case Param::Int64: return number<int64_t>(r, base, p);
-        case Param::Float: return number<float>(r, base, p);
-        case Param::Double: return number<double>(r, base, p);
-        case Param::String: return string(r, base);
+        case Param::UInt8: return number<uint8_t>(r, base, p, a);
+        case Param::UInt16: return number<uint16_t>(r, base, p, a);
+        case Param::UInt32: return number<uint32_t>(r, base, p, a);
+        case Param::UInt64: return number<uint64_t>(r, base, p, a);
+        case Param::Int8: return number<int8_t>(r, base, p, a);
+        case Param::Int16: return number<int16_t>(r, base, p, a);
+        case Param::Int32: return number<int32_t>(r, base, p, a);
+        case Param::Int64: return number<int64_t>(r, base, p, a);
+        case Param::Float: return number<float>(r, base, p, a);
+        case Param::Double: return number<double>(r, base, p, a);
+        case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea) : string(r, base, ea, a);
         case Param::Structure:
-            return openContainer(r, base, p, r.struct_data_begin(nullptr)) && object(r, base, p.members, depth) &&
-                   closeContainer(r, base, p);
+            if (!openContainer(r, base, p, r.struct_data_begin(a), ea)) {
+                return false;
+            }
+            if (p.tlv) {
+                const size_t begin = r.get_begin_index();
+                const uint32_t lfs = ea.struct_length_field_size;
+                const size_t end = begin + lfs + peekLength(data_ + base, begin, lfs, ea);
+                if (end > r.get_size()) {
+                    return fail(Error::LengthBeyondData, base + begin,
+                                "the struct's length field says more bytes than remain");
+                }
+                return tlvObject(r, base, p.members, ea, end, depth) && closeContainer(r, base, p, ea);
+            }
+            return object(r, base, p.members, depth) && closeContainer(r, base, p, ea);
+        case Param::Union: return unionValue(r, base, p, depth, ea, over != nullptr);
         case Param::Array: {
-            if (!openContainer(r, base, p, r.array_data_begin(nullptr))) {
+            if (!openContainer(r, base, p, r.array_data_begin(a), ea)) {
                 return false;
             }
             // Every element but an empty one takes at least a byte, so a count beyond the bytes left
@@ -389,17 +831,17 @@ private:
                 }
             }
             listEnd(p.count, depth);
-            return closeContainer(r, base, p);
+            return closeContainer(r, base, p, ea);
         }
         case Param::Vector: {
-            if (!openContainer(r, base, p, r.vector_data_begin(nullptr))) {
+            if (!openContainer(r, base, p, r.vector_data_begin(a), ea)) {
                 return false;
             }
             // Elements are read in place, until the content the length field announces is used up:
             // padding inside the vector then counts from where the writer counts it.
             const size_t begin = r.get_begin_index();
-            const uint32_t lfs = attr_.vector_length_field_size;
-            const uint32_t length = peekLength(data_ + base, begin, lfs, attr_);
+            const uint32_t lfs = ea.vector_length_field_size;
+            const uint32_t length = peekLength(data_ + base, begin, lfs, ea);
             const size_t end = begin + lfs + static_cast<size_t>(length);
             if (end > r.get_size()) {
                 return fail(Error::LengthBeyondData, base + begin,
@@ -420,13 +862,87 @@ private:
                                 "the vector's elements take no bytes, so its content is never used up");
                 }
             }
+            if (i < p.minCount || i > p.maxCount) {
+                return fail(Error::WrongCount, base + begin,
+                            "the vector holds " + std::to_string(i) + " elements, the format allows " +
+                                std::to_string(p.minCount) + " to " + std::to_string(p.maxCount));
+            }
             listEnd(i, depth);
-            return closeContainer(r, base, p);
+            return closeContainer(r, base, p, ea);
         }
-        case Param::Union:
-            break;
         }
         return false;
+    }
+
+    // [length][selector] (or [selector][length]) member, padding; without a length field the member
+    // area is padded to MaxLength. Inside TLV the TLV length stands first.
+    bool unionValue(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr& ea, bool tlvMember)
+    {
+        ZQSomeIPExtendAttr u = ea;
+        const size_t at = r.get_index();
+        const uint32_t typeSize = ea.union_type_field_size;
+        uint32_t selector = 0;
+        const bool typeFirst = p.unionTypeFirst && !tlvMember;
+        if (typeFirst) {
+            if (r.read_enum(selector, typeSize, &u) != 0) {
+                return fail(Error::Truncated, base + at, "the payload ends inside this union's type field");
+            }
+            u.union_type_field_size = 0;
+        }
+        uint32_t ignored = 0;
+        const uint32_t code = r.union_data_begin(&u, typeFirst ? ignored : selector);
+        if (code != 0) {
+            if (r.get_index() + lengthFieldSize(Param::Union, u) + u.union_type_field_size > r.get_size()) {
+                return fail(Error::Truncated, base + r.get_index(),
+                            "the payload ends inside this union's length or type field");
+            }
+            return fail(Error::LengthMismatch, base + r.get_index(), "this union runs past its container's length field");
+        }
+        const size_t begin = r.get_begin_index();
+        const uint32_t lfs = u.union_length_field_size;
+        const size_t memberStart = begin + lfs + (typeFirst ? 0 : typeSize);
+        const size_t length = lfs > 0 ? peekLength(data_ + base, begin, lfs, u) : p.maxLength;
+        if (memberStart + length > r.get_size()) {
+            return fail(Error::LengthBeyondData, base + begin,
+                        "the union's member area of " + std::to_string(length) + " bytes runs past the payload");
+        }
+        const Param* member = nullptr;
+        for (const Param& m : p.members) {
+            if (m.selector == selector) {
+                member = &m;
+            }
+        }
+        if (selector == 0 && p.allowNull) {
+            out_ += "null";
+        } else if (member == nullptr) {
+            return fail(Error::UnknownSelector, base + at,
+                        "the selector " + std::to_string(selector) + " names no member of this union");
+        } else {
+            out_ += '{';
+            newline(depth + 1);
+            out_ += member->key;
+            if (pretty_) {
+                out_ += ' ';
+            }
+            where_.push(member->name);
+            if (!value(r, base, *member, depth + 1)) {
+                return false;
+            }
+            where_.pop();
+            newline(depth);
+            out_ += '}';
+        }
+        // Padding (and, without a length field, the zero fill up to MaxLength) is skipped.
+        const size_t used = r.get_index() - memberStart;
+        if (used > length) {
+            return fail(Error::LengthMismatch, base + memberStart,
+                        "the member takes " + std::to_string(used) + " bytes, the union holds " + std::to_string(length));
+        }
+        if (!skip(r, base, static_cast<uint32_t>(length - used))) {
+            return false;
+        }
+        r.data_end();
+        return true;
     }
 
     bool element(Reader& r, size_t base, const Param& p, uint32_t i, int depth)
@@ -454,6 +970,7 @@ private:
     const ZQSomeIPExtendAttr& attr_;
     const uint8_t* data_;
     bool pretty_;
+    const ZQSomeIPPlainOptions& options_;
     std::string& out_;
     ZQSomeIPPlainStatus& status_;
     Where where_;
@@ -464,9 +981,89 @@ private:
 
 class Encoder {
 public:
-    Encoder(const ZQSomeIPExtendAttr& attr, const Json& doc, Writer& w, ZQSomeIPPlainStatus& status)
-        : attr_(attr), doc_(doc), w_(w), status_(status)
+    Encoder(const ZQSomeIPExtendAttr& attr, const Json& doc, Writer& w, const ZQSomeIPPlainOptions& options,
+            ZQSomeIPPlainStatus& status)
+        : attr_(attr), doc_(doc), w_(&w), options_(options), status_(status)
     {
+    }
+
+    // Members tagged by data IDs, in format order; absent optional members are left out.
+    bool tlvObject(const Json::Node& v, const std::vector<Param>& members, const ZQSomeIPExtendAttr& container, int depth)
+    {
+        if (v.type != Json::Type::Object) {
+            return fail(Error::WrongType, "expects an object");
+        }
+        if (!unknownMembers(v, members)) {
+            return false;
+        }
+        for (const Param& m : members) {
+            const Json::Node* child = nullptr;
+            for (uint32_t k = 0; k < v.count && child == nullptr; ++k) {
+                if (doc_.member(v, k).key == m.name) {
+                    child = &doc_.node(doc_.member(v, k).value);
+                }
+            }
+            where_.push(m.name);
+            if (child == nullptr) {
+                if (m.optional) {
+                    where_.pop();
+                    continue;
+                }
+                return fail(Error::MissingMember, "is missing");
+            }
+            const uint32_t id = static_cast<uint32_t>(m.dataId);
+            if (isBasic(m)) {
+                const uint16_t tag = static_cast<uint16_t>((wireTypeOfWidth(basicWidth(m.kind)) << 12) | id);
+                if (!written(w_->write(static_cast<unsigned short>(tag), &container)) || !value(*child, m, depth)) {
+                    return false;
+                }
+            } else {
+                const uint32_t configured = lengthFieldSize(m.kind, m.attr);
+                ZQSomeIPExtendAttr own = m.attr;
+                if (!m.dynamicLengthFieldSize && configured > 0) {
+                    // Wire type 4: the member's own length field of the configured size.
+                    *lengthFieldSizeOf(m.kind, own) = configured;
+                    const uint16_t tag = static_cast<uint16_t>((4u << 12) | id);
+                    if (!written(w_->write(static_cast<unsigned short>(tag), &container)) ||
+                        !value(*child, m, depth, &own)) {
+                        return false;
+                    }
+                } else {
+                    // Wire types 5..7: the member is written apart with a 32-bit length field, then
+                    // placed behind the smallest length field its size fits.
+                    *lengthFieldSizeOf(m.kind, own) = 4;
+                    ZQSomeIPExtendAttr scratchAttr = own;
+                    Writer scratch(&scratchAttr);
+                    Writer* outer = w_;
+                    w_ = &scratch;
+                    const bool ok = value(*child, m, depth, &own);
+                    w_ = outer;
+                    if (!ok) {
+                        return false;
+                    }
+                    const std::vector<unsigned char>& bytes = scratch.to_buffer();
+                    const uint32_t length = static_cast<uint32_t>(bytes.size() - 4);
+                    const uint32_t size = length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
+                    const uint16_t tag = static_cast<uint16_t>(((size == 1 ? 5u : size == 2 ? 6u : 7u) << 12) | id);
+                    bool placed = written(w_->write(static_cast<unsigned short>(tag), &container));
+                    if (placed && size == 1) {
+                        placed = written(w_->write(static_cast<unsigned char>(length), &container));
+                    } else if (placed && size == 2) {
+                        placed = written(w_->write(static_cast<unsigned short>(length), &container));
+                    } else if (placed) {
+                        placed = written(w_->write(static_cast<unsigned int>(length), &container));
+                    }
+                    if (placed && length > 0) {
+                        placed = written(w_->write(bytes.data() + 4, length, &container));
+                    }
+                    if (!placed) {
+                        return false;
+                    }
+                }
+            }
+            where_.pop();
+        }
+        return true;
     }
 
     bool object(const Json::Node& v, const std::vector<Param>& members, int depth)
@@ -593,13 +1190,189 @@ private:
     }
 
     template <typename T>
-    bool write(const Json::Node& v)
+    bool write(const Json::Node& v, const Param& p, const ZQSomeIPExtendAttr* a)
     {
         T x{};
-        if (!integer(v, x)) {
+        if (p.bitfield) {
+            uint64_t bits = 0;
+            if (!bitfield(v, p, bits)) {
+                return false;
+            }
+            x = static_cast<T>(bits);
+        } else if (!p.enumerators.empty() && (v.type == Json::Type::String || v.type == Json::Type::Object)) {
+            if (!enumerated(v, p, x)) {
+                return false;
+            }
+        } else if (p.scaled && (v.type == Json::Type::Object || options_.scaled == ZQSomeIPScaledStyle::Physical)) {
+            if (!scaledInput(v, p, x)) {
+                return false;
+            }
+        } else if (!integer(v, x)) {
             return false;
         }
-        return written(w_.write(x, nullptr));
+        return written(w_->write(x, a));
+    }
+
+    // A name, or {"name": ..., "value": ...} (either or both, agreeing).
+    template <typename T>
+    bool enumerated(const Json::Node& v, const Param& p, T& out)
+    {
+        const Json::Node* name = &v;
+        const Json::Node* number = nullptr;
+        if (v.type == Json::Type::Object) {
+            name = nullptr;
+            for (uint32_t k = 0; k < v.count; ++k) {
+                const Json::Member& m = doc_.member(v, k);
+                if (m.key == "name" && doc_.node(m.value).type != Json::Type::Null) {
+                    name = &doc_.node(m.value);
+                } else if (m.key == "value") {
+                    number = &doc_.node(m.value);
+                } else if (m.key != "name") {
+                    return fail(Error::UnknownMember, "has no member \"" + std::string(m.key) + "\"");
+                }
+            }
+            if (name == nullptr && number == nullptr) {
+                return fail(Error::MissingMember, "needs \"name\" or \"value\"");
+            }
+        }
+        if (number != nullptr) {
+            if (!integer(*number, out)) {
+                return false;
+            }
+        }
+        if (name != nullptr) {
+            if (name->type != Json::Type::String) {
+                return fail(Error::WrongType, "expects an enumerator name");
+            }
+            const ZQSomeIPPlainEnumerator* e = enumeratorNamed(p.enumerators, name->text);
+            if (e == nullptr) {
+                return fail(Error::UnknownName, "has no enumerator named \"" + std::string(name->text) + "\"");
+            }
+            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
+            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(out));
+            if (number != nullptr && enumeratorOf(p.enumerators, bits, std::is_signed<T>::value) != e) {
+                return fail(Error::OutOfRange, "names \"" + e->name + "\" and a value it does not stand for");
+            }
+            if (number == nullptr) {
+                out = static_cast<T>(static_cast<Wide>(e->first));
+            }
+        }
+        return true;
+    }
+
+    // A physical number (or {"raw": ...} / {"value": ...}) to the nearest raw value.
+    template <typename T>
+    bool scaledInput(const Json::Node& v, const Param& p, T& out)
+    {
+        const Json::Node* raw = nullptr;
+        const Json::Node* physical = &v;
+        if (v.type == Json::Type::Object) {
+            physical = nullptr;
+            for (uint32_t k = 0; k < v.count; ++k) {
+                const Json::Member& m = doc_.member(v, k);
+                if (m.key == "raw") {
+                    raw = &doc_.node(m.value);
+                } else if (m.key == "value") {
+                    physical = &doc_.node(m.value);
+                } else if (m.key != "unit") {
+                    return fail(Error::UnknownMember, "has no member \"" + std::string(m.key) + "\"");
+                }
+            }
+            if (raw != nullptr) {
+                if constexpr (std::is_floating_point<T>::value) {
+                    return floating(*raw, out);
+                } else {
+                    return integer(*raw, out);
+                }
+            }
+            if (physical == nullptr) {
+                return fail(Error::MissingMember, "needs \"raw\" or \"value\"");
+            }
+        }
+        double x = 0;
+        if (!floating(*physical, x)) {
+            return false;
+        }
+        const long double r = (static_cast<long double>(x) - p.scale.offset) / p.scale.factor;
+        if constexpr (std::is_floating_point<T>::value) {
+            if (!std::isfinite(static_cast<double>(r)) || std::fabs(static_cast<double>(r)) > std::numeric_limits<T>::max()) {
+                return fail(Error::OutOfRange, "is out of range for its type once scaled");
+            }
+            out = static_cast<T>(r);
+        } else {
+            const long double n = std::nearbyint(r);
+            if (!(n >= static_cast<long double>(std::numeric_limits<T>::min()) &&
+                  n <= static_cast<long double>(std::numeric_limits<T>::max()))) {
+                return fail(Error::OutOfRange, "is out of range for its type once scaled");
+            }
+            out = static_cast<T>(n);
+        }
+        return true;
+    }
+
+    // {"name": true, "wide": 3, "$raw": 19}: any subset of named fields, $raw, or both agreeing.
+    bool bitfield(const Json::Node& v, const Param& p, uint64_t& out)
+    {
+        if (v.type != Json::Type::Object) {
+            return fail(Error::WrongType, "expects an object of named bits");
+        }
+        const uint64_t all = fieldMask(basicWidth(p.kind) * 8);
+        uint64_t composed = 0;
+        uint64_t given = 0;
+        bool hasRaw = false;
+        uint64_t raw = 0;
+        for (uint32_t k = 0; k < v.count; ++k) {
+            const Json::Member& m = doc_.member(v, k);
+            const Json::Node& n = doc_.node(m.value);
+            for (uint32_t j = 0; j < k; ++j) {
+                if (doc_.member(v, j).key == m.key) {
+                    return fail(Error::UnknownMember, "names \"" + std::string(m.key) + "\" twice");
+                }
+            }
+            if (m.key == "$raw") {
+                if (!integer(n, raw)) {
+                    return false;
+                }
+                if ((raw & ~all) != 0) {
+                    return fail(Error::OutOfRange, "has a $raw wider than its type");
+                }
+                hasRaw = true;
+                continue;
+            }
+            const ZQSomeIPPlainBit* bit = nullptr;
+            for (const ZQSomeIPPlainBit& b : p.bits) {
+                if (b.name == m.key) {
+                    bit = &b;
+                }
+            }
+            if (bit == nullptr) {
+                return fail(Error::UnknownMember, "has no bit named \"" + std::string(m.key) + "\"");
+            }
+            uint64_t field = 0;
+            if (n.type == Json::Type::Bool) {
+                field = n.flag ? 1 : 0;
+            } else if (n.type == Json::Type::String && !bit->enumerators.empty()) {
+                const ZQSomeIPPlainEnumerator* e = enumeratorNamed(bit->enumerators, n.text);
+                if (e == nullptr) {
+                    return fail(Error::UnknownName, "has no enumerator named \"" + std::string(n.text) + "\" for \"" +
+                                                        bit->name + "\"");
+                }
+                field = e->first;
+            } else if (!integer(n, field)) {
+                return false;
+            }
+            if ((field & ~fieldMask(bit->width)) != 0) {
+                return fail(Error::OutOfRange, "has \"" + bit->name + "\" wider than its " + std::to_string(bit->width) +
+                                                   " bits");
+            }
+            composed |= field << bit->bit;
+            given |= fieldMask(bit->width) << bit->bit;
+        }
+        if (hasRaw && (raw & given) != composed) {
+            return fail(Error::OutOfRange, "has named bits that disagree with $raw");
+        }
+        out = hasRaw ? raw : composed;
+        return true;
     }
 
     bool written(uint32_t code)
@@ -607,12 +1380,16 @@ private:
         return code == 0 || fail(Error::OutOfRange, "could not be written");
     }
 
-    bool string(const Json::Node& v, int depth)
+    bool string(const Json::Node& v, int depth, const Param& p, const ZQSomeIPExtendAttr& ea, const ZQSomeIPExtendAttr* a,
+                bool tlvMember)
     {
         if (v.type != Json::Type::String) {
             return fail(Error::WrongType, "expects a string");
         }
         const std::string text(v.text);
+        if (ownStringRules(p, ea)) {
+            return ownString(text, p, ea, tlvMember);
+        }
         if (!validUtf8(text)) {
             return fail(Error::BadString, "is not valid UTF-8");
         }
@@ -620,24 +1397,67 @@ private:
         if (text.find('\0') != std::string::npos) {
             return fail(Error::BadString, "holds a zero character, which ends a string on the wire");
         }
-        const uint64_t length = attr_.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
-                                                                                 : 4 + text.size();
-        if (length > lengthCapacity(attr_.string_length_field_size)) {
+        const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+                                                                               : 4 + text.size();
+        if (length > lengthCapacity(ea.string_length_field_size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
         // At the top level the writer would use its own defaults for strings; the service's are
         // what the reader applies there.
-        return written(w_.write(text, depth == 1 ? &attr_ : nullptr, false));
+        return written(w_->write(text, a != nullptr ? a : depth == 1 ? &attr_ : nullptr, false));
     }
 
-    bool close(const Param& p)
+    // The byte block of a string the engines' rules do not describe (see the decoder's twin).
+    bool ownString(const std::string& text, const Param& p, const ZQSomeIPExtendAttr& ea, bool tlvMember)
     {
-        const uint32_t lfs = lengthFieldSize(p.kind, attr_);
-        const uint64_t length = w_.to_buffer().size() - w_.get_begin_index() - lfs;
+        const bool utf16 = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
+        const bool little = p.stringUtf16ByteOrder == ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
+        std::vector<unsigned char> bytes;
+        if (p.stringBom) {
+            const uint8_t* mark = utf16 ? (little ? BOM_UTF16LE : BOM_UTF16BE) : BOM_UTF8;
+            bytes.insert(bytes.end(), mark, mark + (utf16 ? 2 : 3));
+        }
+        if (utf16) {
+            for (const char16_t unit : zq_someip_utf8_to_utf16(text)) {
+                const auto high = static_cast<unsigned char>(unit >> 8);
+                const auto low = static_cast<unsigned char>(unit & 0xFF);
+                bytes.push_back(little ? low : high);
+                bytes.push_back(little ? high : low);
+            }
+        } else {
+            bytes.insert(bytes.end(), text.begin(), text.end());
+        }
+        if (p.stringTerminator) {
+            bytes.insert(bytes.end(), utf16 ? 2 : 1, 0);
+        }
+        ZQSomeIPExtendAttr block = ea;
+        if (p.fixedLength > 0) {
+            if (bytes.size() > p.fixedLength) {
+                return fail(Error::TooLong, "takes " + std::to_string(bytes.size()) + " bytes, the string's fixed length is " +
+                                                std::to_string(p.fixedLength));
+            }
+            bytes.resize(p.fixedLength, 0);
+            block.array_length_field_size = tlvMember ? ea.string_length_field_size : 0;
+        } else {
+            block.vector_length_field_size = ea.string_length_field_size;
+        }
+        const uint32_t lfs = p.fixedLength > 0 ? block.array_length_field_size : block.vector_length_field_size;
+        if (lfs > 0 && bytes.size() > lengthCapacity(lfs)) {
+            return fail(Error::TooLong, "is longer than its length field can express");
+        }
+        const uint32_t begun = p.fixedLength > 0 ? w_->array_data_begin(&block) : w_->vector_data_begin(&block);
+        return written(begun) && (bytes.empty() || written(w_->write(bytes.data(), static_cast<unsigned>(bytes.size()), &block))) &&
+               written(w_->data_end());
+    }
+
+    bool close(const Param& p, const ZQSomeIPExtendAttr& ea)
+    {
+        const uint32_t lfs = lengthFieldSize(p.kind, ea);
+        const uint64_t length = w_->to_buffer().size() - w_->get_begin_index() - lfs;
         if (lfs > 0 && length > lengthCapacity(lfs)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
-        return written(w_.data_end());
+        return written(w_->data_end());
     }
 
     bool list(const Json::Node& v, const Param& p, int depth)
@@ -652,36 +1472,46 @@ private:
         return true;
     }
 
-    bool value(const Json::Node& v, const Param& p, int depth)
+    template <typename T>
+    bool floatValue(const Json::Node& v, const Param& p, const ZQSomeIPExtendAttr* a)
     {
+        T x = 0;
+        const bool ok = p.scaled && (v.type == Json::Type::Object || options_.scaled == ZQSomeIPScaledStyle::Physical)
+                            ? scaledInput(v, p, x)
+                            : floating(v, x);
+        return ok && written(w_->write(x, a));
+    }
+
+    // `over`: attributes that stand for the parameter's own (a TLV member's length field size).
+    bool value(const Json::Node& v, const Param& p, int depth, const ZQSomeIPExtendAttr* over = nullptr)
+    {
+        const ZQSomeIPExtendAttr& ea = over != nullptr ? *over : p.explicitAttr ? p.attr : attr_;
+        const ZQSomeIPExtendAttr* a = over != nullptr || p.explicitAttr ? &ea : nullptr;
         switch (p.kind) {
         case Param::Bool:
             if (v.type != Json::Type::Bool) {
                 return fail(Error::WrongType, "expects true or false");
             }
-            return written(w_.write(v.flag, nullptr));
-        case Param::UInt8: return write<unsigned char>(v);
-        case Param::UInt16: return write<unsigned short>(v);
-        case Param::UInt32: return write<unsigned int>(v);
-        case Param::UInt64: return write<unsigned long>(v);
-        case Param::Int8: return write<signed char>(v);
-        case Param::Int16: return write<short>(v);
-        case Param::Int32: return write<int>(v);
-        case Param::Int64: return write<long>(v);
-        case Param::Float: {
-            float x = 0;
-            return floating(v, x) && written(w_.write(x, nullptr));
-        }
-        case Param::Double: {
-            double x = 0;
-            return floating(v, x) && written(w_.write(x, nullptr));
-        }
-        case Param::String: return string(v, depth);
+            return written(w_->write(v.flag, a));
+        case Param::UInt8: return write<unsigned char>(v, p, a);
+        case Param::UInt16: return write<unsigned short>(v, p, a);
+        case Param::UInt32: return write<unsigned int>(v, p, a);
+        case Param::UInt64: return write<unsigned long>(v, p, a);
+        case Param::Int8: return write<signed char>(v, p, a);
+        case Param::Int16: return write<short>(v, p, a);
+        case Param::Int32: return write<int>(v, p, a);
+        case Param::Int64: return write<long>(v, p, a);
+        case Param::Float: return floatValue<float>(v, p, a);
+        case Param::Double: return floatValue<double>(v, p, a);
+        case Param::String: return string(v, depth, p, ea, a, over != nullptr);
         case Param::Structure:
             if (v.type != Json::Type::Object) {
                 return fail(Error::WrongType, "expects an object");
             }
-            return written(w_.struct_data_begin(nullptr)) && object(v, p.members, depth + 1) && close(p);
+            if (!written(w_->struct_data_begin(a))) {
+                return false;
+            }
+            return (p.tlv ? tlvObject(v, p.members, ea, depth + 1) : object(v, p.members, depth + 1)) && close(p, ea);
         case Param::Array:
         case Param::Vector:
             if (v.type != Json::Type::Array) {
@@ -691,17 +1521,81 @@ private:
                 return fail(Error::WrongCount, "has " + std::to_string(v.count) + " elements, the format declares " +
                                                    std::to_string(p.count));
             }
-            return written(p.kind == Param::Array ? w_.array_data_begin(nullptr) : w_.vector_data_begin(nullptr)) &&
-                   list(v, p, depth + 1) && close(p);
-        case Param::Union:
-            break;
+            if (p.kind == Param::Vector && (v.count < p.minCount || v.count > p.maxCount)) {
+                return fail(Error::WrongCount, "has " + std::to_string(v.count) + " elements, the format allows " +
+                                                   std::to_string(p.minCount) + " to " + std::to_string(p.maxCount));
+            }
+            return written(p.kind == Param::Array ? w_->array_data_begin(a) : w_->vector_data_begin(a)) &&
+                   list(v, p, depth + 1) && close(p, ea);
+        case Param::Union: return unionValue(v, p, depth, ea, over != nullptr);
         }
         return false;
     }
 
+    bool unionValue(const Json::Node& v, const Param& p, int depth, const ZQSomeIPExtendAttr& ea, bool tlvMember)
+    {
+        const Param* member = nullptr;
+        const Json::Node* child = nullptr;
+        if (v.type == Json::Type::Null) {
+            if (!p.allowNull) {
+                return fail(Error::WrongType, "expects an object of one member (null only where the union allows it)");
+            }
+        } else if (v.type != Json::Type::Object) {
+            return fail(Error::WrongType, "expects an object of one member");
+        } else if (v.count != 1) {
+            return fail(Error::WrongCount, "has " + std::to_string(v.count) + " members, a union takes exactly one");
+        } else {
+            const Json::Member& m = doc_.member(v, 0);
+            for (const Param& candidate : p.members) {
+                if (candidate.name == m.key) {
+                    member = &candidate;
+                }
+            }
+            if (member == nullptr) {
+                return fail(Error::UnknownMember, "has no member \"" + std::string(m.key) + "\"");
+            }
+            child = &doc_.node(m.value);
+        }
+        const uint32_t selector = member != nullptr ? member->selector : 0;
+        ZQSomeIPExtendAttr u = ea;
+        const bool typeFirst = p.unionTypeFirst && !tlvMember;
+        if (typeFirst) {
+            if (!written(w_->write_enum(selector, u.union_type_field_size, &u))) {
+                return false;
+            }
+            u.union_type_field_size = 0;
+        }
+        if (!written(w_->union_data_begin(&u, selector))) {
+            return false;
+        }
+        const size_t memberStart = w_->get_begin_index() + u.union_length_field_size + u.union_type_field_size;
+        if (member != nullptr) {
+            where_.push(member->name);
+            if (!value(*child, *member, depth + 1)) {
+                return false;
+            }
+            where_.pop();
+        }
+        if (u.union_length_field_size == 0) {
+            const size_t used = w_->to_buffer().size() - memberStart;
+            if (used > p.maxLength) {
+                return fail(Error::TooLong, "takes " + std::to_string(used) + " bytes, the union holds " +
+                                                std::to_string(p.maxLength));
+            }
+            const std::vector<unsigned char> zeros(p.maxLength - used, 0);
+            if (!zeros.empty() && !written(w_->write(zeros.data(), static_cast<unsigned>(zeros.size()), &u))) {
+                return false;
+            }
+        }
+        Param closing;
+        closing.kind = Param::Union;
+        return close(closing, u);
+    }
+
     const ZQSomeIPExtendAttr& attr_;
     const Json& doc_;
-    Writer& w_;
+    Writer* w_;
+    const ZQSomeIPPlainOptions& options_;
     ZQSomeIPPlainStatus& status_;
     Where where_;
 };
@@ -753,21 +1647,31 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t
     }
     std::string out;
     out.reserve(64 + size * 4);  // the text of a payload is a few times its size
-    Decoder decoder(m->attr, payload, options.pretty, out, status);
+    Decoder decoder(m->attr, payload, options, out, status);
     try {
         ZQSomeIPExtendAttr attr = m->attr;
         Reader reader(&attr);
         if (size > 0) {
             reader.from_buffer(payload, static_cast<uint32_t>(size));
         }
-        if (!decoder.object(reader, 0, m->params, 0)) {
+        if (m->tlv) {
+            // The list as a structure without a length field: it ends with the payload.
+            if (reader.struct_data_begin(&m->list.attr) != 0 ||
+                !decoder.tlvObject(reader, 0, m->params, m->list.attr, size, 0)) {
+                return status;
+            }
+            reader.data_end();
+        } else if (!decoder.object(reader, 0, m->params, 0)) {
             return status;
         }
         if (reader.get_index() < size) {
-            decoder.fail(Error::TrailingBytes, reader.get_index(),
-                         std::to_string(size - reader.get_index()) + " bytes after the last parameter");
-            status.message = "payload: " + std::to_string(size - reader.get_index()) + " bytes after the last parameter";
-            return status;
+            const std::string what = std::to_string(size - reader.get_index()) + " bytes after the last parameter";
+            if (options.strict) {
+                decoder.fail(Error::TrailingBytes, reader.get_index(), what);
+                status.message = "payload: " + what;
+                return status;
+            }
+            status.warnings.push_back({reader.get_index(), size - reader.get_index(), "payload: " + what + " skipped"});
         }
     } catch (const std::exception&) {
         // The reader throws only on UTF-16 text that does not convert.
@@ -804,7 +1708,6 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_v
         return status;
     }
     const ZQSomeIPPlainMethod* m = &method;
-    (void)options;
     thread_local Json doc;
     if (!doc.parse(json, Json::Grammar::Standard)) {
         status.code = Error::BadJson;
@@ -815,8 +1718,9 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_v
     try {
         ZQSomeIPExtendAttr attr = m->attr;
         Writer writer(&attr);
-        Encoder encoder(m->attr, doc, writer, status);
-        if (!encoder.object(doc.root(), m->params, 1)) {
+        Encoder encoder(m->attr, doc, writer, options, status);
+        if (m->tlv ? !encoder.tlvObject(doc.root(), m->params, m->list.attr, 1)
+                   : !encoder.object(doc.root(), m->params, 1)) {
             return status;
         }
         payload.swap(writer.to_buffer());
