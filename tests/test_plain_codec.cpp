@@ -256,10 +256,13 @@ TEST(PlainCodec, DecodeErrorsSayWhereAndWhy)
         {"string not UTF-8", "07 04 0001 fffe 0003 0004 06 efbbbf c328 00", ZQSomeIPPlainError::BadString, 10},
         {"trailing bytes", good + " 0102", ZQSomeIPPlainError::TrailingBytes, 17},
     };
+    ZQSomeIPPlainOptions strict;
+    strict.strict = true;
     for (const Case& c : cases) {
         const Bytes payload = convtest::bytes(c.payload);
         std::string out = "untouched";
-        const ZQSomeIPPlainStatus s = plainDecode(*set, c.service, c.method, c.type, payload.data(), payload.size(), out);
+        const ZQSomeIPPlainStatus s =
+            plainDecode(*set, c.service, c.method, c.type, payload.data(), payload.size(), out, strict);
         EXPECT_EQ(plainErrorName(s.code), std::string(plainErrorName(c.code))) << c.what << ": " << s.toJson();
         if (c.code == ZQSomeIPPlainError::Ok) {
             EXPECT_EQ(out, R"({"id":7,"points":[{"x":1,"y":-2}],"fixed":[3,4],"name":"Hi"})");
@@ -361,8 +364,14 @@ TEST(PlainCodec, MessagesWithoutParametersAreEmptyObjects)
     Bytes payload = {1};
     EXPECT_TRUE(plainEncode(*set, 0x1234, 1, 2, " {} ", payload).ok());
     EXPECT_TRUE(payload.empty());
+    // A newer peer may append parameters: skipped with a warning, or refused when strict.
     const uint8_t extra[] = {9};
-    EXPECT_EQ(plainDecode(*set, 0x1234, 1, 2, extra, 1, out).code, ZQSomeIPPlainError::TrailingBytes);
+    const ZQSomeIPPlainStatus lenient = plainDecode(*set, 0x1234, 1, 2, extra, 1, out);
+    ASSERT_TRUE(lenient.ok());
+    EXPECT_EQ(lenient.warningsJson(), R"([{"offset":0,"bytes":1,"message":"payload: 1 bytes after the last parameter skipped"}])");
+    ZQSomeIPPlainOptions strict;
+    strict.strict = true;
+    EXPECT_EQ(plainDecode(*set, 0x1234, 1, 2, extra, 1, out, strict).code, ZQSomeIPPlainError::TrailingBytes);
 }
 
 TEST(PlainCodec, PrettyOutputIndentsOneMemberALine)
