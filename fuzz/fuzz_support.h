@@ -178,7 +178,7 @@ template <class Call> auto plainCall(const char* operation, Call call)
 inline void checkStatus(const char* operation, const ZQSomeIP::ZQSomeIPPlainStatus& status)
 {
     const int code = static_cast<int>(status.code);
-    if (code < 0 || code > static_cast<int>(ZQSomeIP::ZQSomeIPPlainError::BadFormatFile))
+    if (code < 0 || code > static_cast<int>(ZQSomeIP::ZQSomeIPPlainError::UnskippableMember))
         finding(std::string(operation) + " returned an unknown code " + std::to_string(code));
     if (!status.ok() && status.message.empty()) finding(std::string(operation) + " failed without a message", status.toJson());
 }
