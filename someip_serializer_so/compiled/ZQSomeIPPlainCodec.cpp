@@ -623,13 +623,13 @@ private:
 
     // A string as a byte block: a fixed one in an array frame of its declared size (or of the TLV
     // length), a dynamic one in a vector frame whose length field is the string's.
-    bool ownString(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr& ea)
+    bool ownString(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr& ea, bool tlvMember)
     {
         ZQSomeIPExtendAttr block = ea;
         const bool fixed = p.fixedLength > 0;
         if (fixed) {
             // Outside TLV a fixed string has no length field; inside, the TLV one stands in ea's string size.
-            block.array_length_field_size = &ea == &p.attr ? 0 : ea.string_length_field_size;
+            block.array_length_field_size = tlvMember ? ea.string_length_field_size : 0;
         } else {
             block.vector_length_field_size = ea.string_length_field_size;
         }
@@ -794,7 +794,7 @@ private:
         case Param::Int64: return number<int64_t>(r, base, p, a);
         case Param::Float: return number<float>(r, base, p, a);
         case Param::Double: return number<double>(r, base, p, a);
-        case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea) : string(r, base, ea, a);
+        case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
         case Param::Structure:
             if (!openContainer(r, base, p, r.struct_data_begin(a), ea)) {
                 return false;
