@@ -34,7 +34,8 @@ struct Message {
     int service, method, type;
 };
 
-// Every message of examples/formats and fuzz/formats, and one that none of them describes.
+// Every message of examples/formats and fuzz/formats, and one that none of them describes. New messages go
+// at the end: a seed's first byte picks its message by position.
 inline const std::vector<Message>& messages()
 {
     static const std::vector<Message> list = {
@@ -42,7 +43,7 @@ inline const std::vector<Message>& messages()
         {4660, 3, 0x00}, {4660, 3, 0x80}, {4660, 32770, 0x02}, {4661, 1, 0x00}, {4661, 1, 0x80}, {4661, 2, 0x80},
         {4661, 32769, 0x02}, {4662, 1, 0x00}, {4662, 1, 0x80}, {4662, 2, 0x01}, {4662, 32769, 0x02},
         {257, 1, 0x00}, {257, 1, 0x80}, {257, 2, 0x00}, {257, 2, 0x80}, {257, 32769, 0x02}, {258, 1, 0x00},
-        {1, 1, 0x00},
+        {1, 1, 0x00}, {259, 1, 0x00}, {259, 2, 0x00}, {259, 2, 0x80}, {259, 3, 0x00},
     };
     return list;
 }
