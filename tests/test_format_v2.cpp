@@ -4,7 +4,6 @@
 // gets (skipped bytes reported as warnings, errors again under strict decoding).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -62,16 +61,12 @@ std::string fileText(const Format& f)
     return root.toStyledString();
 }
 
-convtest::TempDir& scratch()
-{
-    static convtest::TempDir dir;
-    return dir;
-}
-
+// Each format in a file of its own, so that a load error can name it.
 std::shared_ptr<const ZQSomeIPFormatSet> tryLoad(const Format& f, ZQSomeIPPlainStatus& status, std::string& file)
 {
+    static convtest::TempDir dir;
     static int files = 0;
-    file = scratch().write("format" + std::to_string(files++) + ".json", fileText(f));
+    file = dir.write("format" + std::to_string(files++) + ".json", fileText(f));
     return ZQSomeIPFormatSet::load(file, status);
 }
 
@@ -100,16 +95,9 @@ Outcome decode(const ZQSomeIPFormatSet& set, const std::string& wire, const ZQSo
 Outcome encode(const ZQSomeIPFormatSet& set, const std::string& input, const ZQSomeIPPlainOptions& options = {})
 {
     Bytes payload;
-    Outcome o;
-    o.status = plainEncode(set, 0x1234, 1, 2, input, payload, options);
+    Outcome o{plainEncode(set, 0x1234, 1, 2, input, payload, options), ""};
     o.text = convtest::hex(payload);
     return o;
-}
-
-std::string compactHex(std::string wire)
-{
-    wire.erase(std::remove(wire.begin(), wire.end(), ' '), wire.end());
-    return wire;
 }
 
 ZQSomeIPPlainOptions styled(ZQSomeIPEnumStyle enums, ZQSomeIPScaledStyle scaled = ZQSomeIPScaledStyle::Raw)
@@ -146,7 +134,7 @@ void expectGoldens(const std::vector<Golden>& rows)
         }
         if (g.way != Way::Decode) {
             const Outcome e = encode(*set, g.json, g.options);
-            EXPECT_EQ(e.status.ok() ? e.text : e.status.toJson(), compactHex(g.wire)) << g.json;
+            EXPECT_EQ(e.status.ok() ? e.text : e.status.toJson(), convtest::hex(convtest::bytes(g.wire))) << g.json;
         }
     }
 }

@@ -49,19 +49,8 @@ std::string compact(const Json::Value& v)
     return Json::writeString(b, v);
 }
 
-struct IntType {
-    const char* name;
-    unsigned bits;
-    bool isSigned;
-};
-const IntType kInts[] = {{"uint8_t", 8, false}, {"uint16_t", 16, false}, {"uint32_t", 32, false}, {"uint64_t", 64, false},
-                         {"int8_t", 8, true},   {"int16_t", 16, true},   {"int32_t", 32, true},   {"int64_t", 64, true}};
-const IntType* intType(const std::string& name)
-{
-    for (const IntType& t : kInts)
-        if (name == t.name) return &t;
-    return nullptr;
-}
+const char* const kIntegers[] = {"uint8_t", "uint16_t", "uint32_t", "uint64_t", "int8_t", "int16_t", "int32_t", "int64_t"};
+unsigned widthOf(const std::string& integer) { return unsigned(std::stoul(integer.substr(integer[0] == 'i' ? 3 : 4))); }
 
 // ---- the model of a generated format: what its values look like -----------------------------------------
 
@@ -191,18 +180,17 @@ struct Generator {
                 if (chance(rng, 50)) s["Unit"] = "km/h";
             }
         } else if (kind == 1 || kind == 2) {
-            const IntType& t = kInts[below(rng, 8)];
-            n.type = kind == 1 ? "ENUM" : t.name;
-            n.base = t.name;
+            n.base = kIntegers[below(rng, 8)];
+            n.type = kind == 1 ? "ENUM" : n.base;
             p["ParamType"] = n.type;
-            if (kind == 1) p["BaseType"] = t.name;
-            n.names = enumerators(t.isSigned, 100, p);
+            if (kind == 1) p["BaseType"] = n.base;
+            n.names = enumerators(n.base[0] == 'i', 100, p);
         } else if (kind == 3) {
             n.type = "BITFIELD";
             n.base = pick(rng, {"uint8_t", "uint16_t", "uint32_t", "uint64_t"});
             p["ParamType"] = "BITFIELD";
             p["BaseType"] = n.base;
-            const unsigned width = intType(n.base)->bits;
+            const unsigned width = widthOf(n.base);
             for (unsigned bit = unsigned(below(rng, 3)), i = 0; i < 4 && bit < width; ++i) {
                 Field f{"b" + std::to_string(i), bit, 1 + unsigned(below(rng, std::min(8u, width - bit))), {}};
                 Json::Value& j = p["Bits"].append(Json::Value());
@@ -356,12 +344,11 @@ struct Sample {
     bool ranged = false;           // holds a named range's later value: its name alone encodes the first
 };
 
-Json::Value integer(Rng& rng, const IntType& t)
+Json::Value integer(Rng& rng, const std::string& type)
 {
-    uint64_t bits = rng() & (chance(rng, 30) ? 0xff : ~uint64_t(0)) & mask(t.bits);
-    if (!t.isSigned) return Json::UInt64(bits);
-    const unsigned shift = 64 - t.bits;
-    return Json::Int64(int64_t(bits << shift) >> shift);
+    const unsigned width = widthOf(type);
+    const uint64_t bits = rng() & (chance(rng, 30) ? 0xff : ~uint64_t(0)) & mask(width);
+    return type[0] == 'u' ? Json::Value(Json::UInt64(bits)) : Json::Value(Json::Int64(int64_t(bits << (64 - width)) >> (64 - width)));
 }
 
 const Enumerator* named(const std::vector<Enumerator>& names, const Json::Value& raw)
@@ -372,9 +359,9 @@ const Enumerator* named(const std::vector<Enumerator>& names, const Json::Value&
 }
 
 // A raw value of an enumerated integer, named more often than not.
-Json::Value enumeratedRaw(Rng& rng, const std::vector<Enumerator>& names, const IntType& t)
+Json::Value enumeratedRaw(Rng& rng, const std::vector<Enumerator>& names, const std::string& type)
 {
-    if (names.empty() || chance(rng, 40)) return integer(rng, t);
+    if (names.empty() || chance(rng, 40)) return integer(rng, type);
     const Enumerator& e = names[below(rng, names.size())];
     return Json::Int64(e.first + int64_t(below(rng, size_t(e.last - e.first + 1))));
 }
@@ -412,7 +399,7 @@ size_t wireSize(const Node& n, const std::string& text)
 
 Sample bitfield(Rng& rng, const Node& n)
 {
-    uint64_t raw = rng() & mask(intType(n.base)->bits);
+    uint64_t raw = rng() & mask(widthOf(n.base));
     const size_t form = below(rng, 3);  // every field and $raw, $raw alone, some fields alone
     std::vector<bool> given(n.fields.size(), true);
     if (form == 2) {
@@ -468,12 +455,12 @@ Sample value(Rng& rng, const Node& n)
         return {text, text};
     }
     if (n.type == "BITFIELD") return bitfield(rng, n);
-    if (!n.base.empty()) return enumerated(rng, n.names, enumeratedRaw(rng, n.names, *intType(n.base)));
+    if (!n.base.empty()) return enumerated(rng, n.names, enumeratedRaw(rng, n.names, n.base));
     Json::Value v;
     if (n.type == "bool") v = chance(rng, 50);
     else if (n.type == "float") v = std::ldexp(double(float(int(rng() % 2000000) - 1000000)), int(below(rng, 40)) - 30);
     else if (n.type == "double") v = std::ldexp(double(int64_t(rng())), int(below(rng, 200)) - 100);
-    else v = integer(rng, *intType(n.type));
+    else v = integer(rng, n.type);
     Sample s{v, v};
     if (n.scaled && chance(rng, 40)) {  // an object is read in any style: "raw" when present
         s.input = Json::objectValue;
@@ -486,17 +473,14 @@ Sample value(Rng& rng, const Node& n)
 // Whether a decoded value is the generated one: floats by their float value, numbers exactly.
 bool sameValue(const Node& n, const Json::Value& want, const Json::Value& got)
 {
-    if (n.type == "STRUCTURE" || n.type == "UNION") {
-        if (want.isNull() || got.isNull()) return want.isNull() && got.isNull();
-        if (!got.isObject() || got.getMemberNames() != want.getMemberNames()) return false;
-        for (const Node& k : n.kids)
-            if (want.isMember(k.name) && !sameValue(k, want[k.name], got[k.name])) return false;
-        return true;
-    }
-    if (n.type == "ARRAY" || n.type == "VECTOR") {
-        if (!got.isArray() || got.size() != want.size()) return false;
-        for (Json::ArrayIndex i = 0; i < want.size(); ++i)
+    if (want.isObject() || want.isArray()) {  // structures, unions, bit fields, arrays, vectors
+        if (got.type() != want.type() || got.size() != want.size()) return false;
+        for (Json::ArrayIndex i = 0; want.isArray() && i < want.size(); ++i)
             if (!sameValue(n.kids[0], want[i], got[i])) return false;
+        for (const std::string& key : want.isObject() ? want.getMemberNames() : std::vector<std::string>()) {
+            const auto kid = std::find_if(n.kids.begin(), n.kids.end(), [&](const Node& k) { return k.name == key; });
+            if (!got.isMember(key) || !sameValue(kid != n.kids.end() ? *kid : Node(), want[key], got[key])) return false;
+        }
         return true;
     }
     if (n.type == "float") return got.isNumeric() && float(got.asDouble()) == float(want.asDouble());
@@ -504,26 +488,16 @@ bool sameValue(const Node& n, const Json::Value& want, const Json::Value& got)
     if (want.isIntegral() && got.isIntegral()) {
         return want.isUInt64() ? got.isUInt64() && got.asUInt64() == want.asUInt64() : got.isInt64() && got.asInt64() == want.asInt64();
     }
-    if (want.isObject()) {  // bit fields
-        if (!got.isObject() || got.getMemberNames() != want.getMemberNames()) return false;
-        for (const std::string& key : want.getMemberNames())
-            if (!sameValue(Node(), want[key], got[key])) return false;
-        return true;
-    }
     return want == got;
 }
 
 Bytes damaged(Rng& rng, Bytes b)
 {
-    switch (below(rng, 4)) {
-    case 0:
-        for (size_t n = 1 + below(rng, 2); n > 0 && !b.empty(); --n) b[below(rng, b.size())] = uint8_t(rng());
-        break;
-    case 1: b.resize(below(rng, b.size() + 1)); break;
-    case 2: b.insert(b.begin() + std::ptrdiff_t(below(rng, b.size() + 1)), uint8_t(rng())); break;
-    default:
-        for (size_t n = 1 + below(rng, 3); n > 0; --n) b.push_back(uint8_t(rng()));
-    }
+    const size_t kind = below(rng, 4);  // bytes changed, cut, one inserted, some appended
+    for (size_t n = 1 + below(rng, 2); kind == 0 && n > 0 && !b.empty(); --n) b[below(rng, b.size())] = uint8_t(rng());
+    if (kind == 1) b.resize(below(rng, b.size() + 1));
+    if (kind == 2) b.insert(b.begin() + std::ptrdiff_t(below(rng, b.size() + 1)), uint8_t(rng()));
+    for (size_t n = 1 + below(rng, 3); kind == 3 && n > 0; --n) b.push_back(uint8_t(rng()));
     return b;
 }
 
