@@ -67,6 +67,12 @@ for what, name, goal in (("Plain decode (compact), messages/s", "BM_PlainDecode"
                          ("Plain encode, messages/s", "BM_PlainEncode", ">= 300,000/s")):
     plain, classic = rate(name), rate(name.replace("Plain", "Bulk") + "/fast:1")
     rows.append((what, "", "{:,.0f}".format(plain), "%.2fx the classic fast path" % (plain / classic), goal))
+# The generated version-2 workload of every construct (built by the benchmark itself), against the bulk plain rows.
+for what, name in (("Plain decode and encode, every construct: decode, messages/s", "BM_PlainConstructsDecode"),
+                   ("Plain decode and encode, every construct: encode, messages/s", "BM_PlainConstructsEncode")):
+    plain = rate(name)
+    rows.append((what, "", "{:,.0f}".format(plain),
+                 "%.2fx the bulk plain row" % (plain / rate(name.replace("Constructs", ""))), ""))
 lookup = {(s, f): seconds("BM_Lookup/services:%d/fast:%d" % (s, f)) for s in (1, 10000) for f in (0, 1)}
 rows.append(("Lookup, 1 service (per decode)", fmt_time(lookup[1, 0]), fmt_time(lookup[1, 1]), "", ""))
 rows.append(("Lookup, 10,000 services (per decode)", fmt_time(lookup[10000, 0]), fmt_time(lookup[10000, 1]),
