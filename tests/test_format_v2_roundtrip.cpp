@@ -302,11 +302,8 @@ Generated generate(Rng& rng)
     Env env;
     Json::Value a;
     a["ByteOrderEnum"] = pick(rng, {"BYTE_ORDER_BIG_ENDIAN", "BYTE_ORDER_LITTLE_ENDIAN"});
-    a["VectorLengthFieldSize"] = pick(rng, {"8", "16", "32"});
-    a["StringLengthFieldSize"] = pick(rng, {"8", "16", "32"});
-    a["ArrayLengthFieldSize"] = pick(rng, {"0", "8", "16", "32"});
-    a["StructLengthFieldSize"] = pick(rng, {"0", "8", "16", "32"});
-    a["UnionLengthFieldSize"] = pick(rng, {"0", "8", "16", "32"});
+    for (const char* key : {"VectorLengthFieldSize", "StringLengthFieldSize"}) a[key] = pick(rng, {"8", "16", "32"});
+    for (const char* key : {"ArrayLengthFieldSize", "StructLengthFieldSize", "UnionLengthFieldSize"}) a[key] = pick(rng, {"0", "8", "16", "32"});
     env.unionLength = unsigned(std::stoul(a["UnionLengthFieldSize"].asString()));
     a["UnionTypeSelectorFieldSize"] = pick(rng, {"8", "16", "32"});
     env.utf16 = chance(rng, 30);
