@@ -444,7 +444,7 @@ private:
         } else {
             using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
             const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
-            const bool isSigned = std::is_signed<T>::value;
+            constexpr bool isSigned = std::is_signed<T>::value;
             if (p.bitfield) {
                 out_ += '{';
                 for (const ZQSomeIPPlainBit& b : p.bits) {
@@ -464,10 +464,10 @@ private:
                 out_ += '}';
                 return true;
             }
-            auto number = [this, &p, bits, isSigned] {
+            auto number = [this, &p, bits] {
                 if (p.scaled) {
                     const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
-                    scaledValue(p, x, [this, bits, isSigned] { appendNumber(out_, bits, isSigned); });
+                    scaledValue(p, x, [this, bits] { appendNumber(out_, bits, isSigned); });
                 } else {
                     appendNumber(out_, bits, isSigned);
                 }
@@ -1387,15 +1387,15 @@ private:
             return fail(Error::WrongType, "expects a string");
         }
         const std::string text(v.text);
-        if (ownStringRules(p, ea)) {
-            return ownString(text, p, ea, tlvMember);
-        }
         if (!validUtf8(text)) {
             return fail(Error::BadString, "is not valid UTF-8");
         }
         // Readers take a zero for the terminator, so what follows it would be lost.
         if (text.find('\0') != std::string::npos) {
             return fail(Error::BadString, "holds a zero character, which ends a string on the wire");
+        }
+        if (ownStringRules(p, ea)) {
+            return ownString(text, p, ea, tlvMember);
         }
         const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
                                                                                : 4 + text.size();
