@@ -336,3 +336,130 @@ TEST(Tool, CaptureToJsonLines)
     }
     std::system(("rm -rf " + dir).c_str());
 }
+
+namespace {
+
+// A version-2 format: service 4660 at interface versions 1 and 2, event 32769 with an enumerated and a
+// scaled member at version 1 (payload 03 41: AUTO, 22.5 degC).
+const char* const kVersionedFormats = R"({"FormatVersion": 2, "Services": [
+  {"ServiceName": "Climate", "ServiceID": "4660", "MajorVersion": 1, "Events": [{"EventName": "Cabin",
+   "EventID": "32769", "Params": [{"MethodType": "event", "ParamsDetails": [
+     {"ParamName": "mode", "ParamType": "uint8_t", "Enumerators": [{"Name": "AUTO", "Value": 3}]},
+     {"ParamName": "temp", "ParamType": "uint8_t", "Scale": {"Factor": 0.5, "Offset": -10, "Unit": "degC"}}]}]}]},
+  {"ServiceName": "Climate", "ServiceID": "4660", "MajorVersion": 2, "Events": [{"EventName": "CabinV2",
+   "EventID": "32769", "Params": [{"MethodType": "event", "ParamsDetails": [
+     {"ParamName": "mode", "ParamType": "uint8_t"}]}]}]}]})";
+
+struct Capture {
+    int interfaceVersion;
+    std::string payload;  // bytes
+};
+
+// A pcap of raw IPv4/UDP datagrams, each one notification of service 4660, event 32769.
+std::string pcapOf(const std::vector<Capture>& messages)
+{
+    std::string out;
+    const auto put = [&out](uint64_t v, int n, bool big) {
+        for (int i = 0; i < n; ++i) {
+            out += static_cast<char>(v >> 8 * (big ? n - 1 - i : i));
+        }
+    };
+    put(0xA1B2C3D4, 4, false), put(2, 2, false), put(4, 2, false), put(0, 8, false), put(65535, 4, false);
+    put(101, 4, false);  // raw IP
+    for (const Capture& m : messages) {
+        const uint64_t size = m.payload.size(), ip = 20 + 8 + 16 + size;
+        put(1700000000, 4, false), put(0, 4, false), put(ip, 4, false), put(ip, 4, false);
+        put(0x45000000 | ip, 4, true), put(0, 4, true), put(0x40110000, 4, true), put(0x0a000001, 4, true);
+        put(0x0a000002, 4, true), put(30490u << 16 | 30490u, 4, true), put((8 + 16 + size) << 16, 4, true);
+        put(0x12348001, 4, true), put(8 + size, 4, true), put(1, 4, true);
+        put(0x01000200u | static_cast<uint64_t>(m.interfaceVersion) << 16, 4, true);
+        out += m.payload;
+    }
+    return out;
+}
+
+} // namespace
+
+// The plain styles reach the codec both ways; skipped bytes are reported beside the value, never in it.
+TEST(Tool, PlainStylesStrictAndWarnings)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const std::string file = ::testing::TempDir() + "someip_tool_styles_" + std::to_string(getpid()) + ".json";
+    std::ofstream(file) << kVersionedFormats;
+    const std::string formats = " --formats " + file, route = formats + " --service 4660 --method 32769 --type 2";
+    const char* const plain = R"({"mode":"AUTO","temp":65})" "\n";
+    const struct {
+        std::string args;
+        std::string input;
+        int status;
+        std::string out;               // standard output, exactly
+        std::vector<std::string> err;  // each on standard error; none: standard error stays empty
+    } cases[] = {
+        {"decode" + route + " --plain --payload 0341", "", 0, plain, {}},
+        {"decode" + route + " --plain --enum-style both --scaled both --payload 0341", "", 0,
+         R"({"mode":{"name":"AUTO","value":3},"temp":{"raw":65,"value":22.5,"unit":"degC"}})" "\n", {}},
+        {"decode" + route + " --plain --enum-style value --scaled physical --payload 0341", "", 0,
+         R"({"mode":3,"temp":22.5})" "\n", {}},
+        {"encode" + route + " --plain --scaled physical", R"({"mode":"AUTO","temp":22.5})", 0, "0341\n", {}},
+        {"decode" + route + " --plain --payload 034107", "", 0, plain, {"someip-json: warning: ", "(1 byte at byte 2)"}},
+        {"decode" + route + " --plain --strict --payload 034107", "", 1, "", {"someip-json: trailing_bytes: "}},
+        {"decode --plain --stream -" + formats, "4660 32769 2 0341\n4660 32769 2 034107\n", 0,
+         std::string(plain) + plain, {"someip-json: line 2: warning: ", "0 failed; warnings: 1 (first on line 2)"}},
+        {"decode" + route + " --strict --payload 0341", "", 2, "", {"--strict requires --plain"}},
+        {"decode" + route + " --plain --enum-style names --payload 0341", "", 2, "", {"invalid enum style 'names'"}},
+        {"encode" + route + " --plain --scaled kelvin", "{}", 2, "", {"invalid scaled style 'kelvin'"}},
+        {"capture x.pcap" + formats + " --classic --scaled raw", "", 2, "", {"--classic excludes --scaled"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, c.input, out, err), c.status);
+        EXPECT_EQ(out, c.out);
+        EXPECT_EQ(err.empty(), c.err.empty()) << err;
+        for (const std::string& part : c.err) {
+            EXPECT_NE(err.find(part), std::string::npos) << part << " in: " << err;
+        }
+    }
+    std::remove(file.c_str());
+}
+
+// Capture lines: the format found by the message's interface version names the message, warnings sit
+// beside the payload, and the plain styles apply.
+TEST(Tool, CaptureNamesVersionsAndWarnings)
+{
+    if (!toolBuilt()) {
+        GTEST_SKIP() << "someip-json is not built";
+    }
+    const std::string base = ::testing::TempDir() + "someip_tool_versions_" + std::to_string(getpid());
+    std::ofstream(base + ".json") << kVersionedFormats;
+    std::ofstream(base + ".pcap", std::ios::binary) << pcapOf({{1, "\x03\x41\x07"}, {2, "\x05"}, {7, "\x05"}});
+    const std::string args = "capture " + base + ".pcap --formats " + base + ".json --quiet";
+    const struct {
+        std::string options;
+        std::vector<std::string> lines;  // a part of each line
+    } cases[] = {
+        {"", {R"("return_code":0,"payload":{"mode":"AUTO","temp":65},"warnings":[{"offset":2,"bytes":1,"message":")",
+              R"("payload":{"mode":5},"service_name":"Climate","method_name":"CabinV2"})",
+              R"("interface_version":7,"message_type":2,"return_code":0,"error":{"code":"unknown_message",)"}},
+        {" --enum-style value --scaled both",
+         {R"("payload":{"mode":3,"temp":{"raw":65,"value":22.5,"unit":"degC"}},"warnings":[)", R"({"mode":5},)",
+          "unknown_message"}},
+        // The names of a message whose payload failed.
+        {" --strict", {R"("raw":"034107","service_name":"Climate","method_name":"Cabin"})", R"({"mode":5},)",
+                       "unknown_message"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.options);
+        std::string out, err;
+        EXPECT_EQ(runTool(args + c.options, "", out, err), 0) << err;
+        const std::vector<std::string> lines = splitLines(out);
+        ASSERT_EQ(lines.size(), c.lines.size()) << out;
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_NE(lines[i].find(c.lines[i]), std::string::npos) << c.lines[i] << " in: " << lines[i];
+        }
+    }
+    std::remove((base + ".json").c_str());
+    std::remove((base + ".pcap").c_str());
+}

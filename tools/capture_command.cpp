@@ -22,18 +22,19 @@ namespace {
 namespace cap = ZQSomeIP::capture;
 using Clock = std::chrono::steady_clock;
 
-// The tool's converter (plain or classic form) as the lines' payload decoder.
+// The tool's classic converter as the lines' payload decoder (the plain form has its own).
 class ConverterDecoder : public PayloadDecoder {
 public:
     explicit ConverterDecoder(Converter& converter) : converter_(converter) {}
 
-    bool decode(int service, int method, int type, const uint8_t* payload, size_t size, std::string& json,
+    bool decode(const cap::Header& header, const uint8_t* payload, size_t size, DecodedPayload& decoded,
                 PayloadFailure& failure) override
     {
-        const Route route{service, method, type};
+        const Route route{header.service, header.method, header.message_type};
         payload_.assign(payload, payload + size);
         Failure f;
-        if (converter_.decode(route, payload_, json, f)) {
+        if (converter_.decode(route, payload_, decoded.json, f)) {
+            decoded.warnings.clear();
             return true;
         }
         failure.json = std::move(f.json);
@@ -67,7 +68,12 @@ public:
         app.add_option("--type", type_, "Only messages of this message type (number or name)");
         app.add_option("--limit", limit_, "Stop after this many lines");
         auto* plain = app.add_flag("--plain", "Payloads in the plain JSON form (the default)");
-        app.add_flag("--classic", classic_, "Payloads in the library's classic form, on one line")->excludes(plain);
+        auto* classic = app.add_flag("--classic", classic_, "Payloads in the library's classic form, on one line");
+        classic->excludes(plain);
+        style_.define(app, true);
+        for (CLI::Option* o : style_.options) {
+            o->excludes(classic);
+        }
         app.add_flag("--quiet", quiet_, "No progress line on standard error");
         app.footer("Exit status: 0 success, 1 a failed load or a damaged capture, 2 bad arguments or unreadable "
                    "files.");
@@ -77,8 +83,13 @@ public:
     {
         formats_.apply();
         filter();
-        converter_ = Converter::load(classic_ ? Form::Classic : Form::Plain, Layout::Compact, formats_.formats);
-        decoder_ = std::make_unique<ConverterDecoder>(*converter_);
+        if (classic_) {
+            converter_ = Converter::load(Form::Classic, Layout::Compact, formats_.formats);
+            decoder_ = std::make_unique<ConverterDecoder>(*converter_);
+        } else {
+            set_ = loadFormatSet(formats_.formats);
+            decoder_ = std::make_unique<PlainPayloadDecoder>(*set_, style_.apply());
+        }
         writer_ = std::make_unique<CaptureLineWriter>(*decoder_);
         static char buffer[1 << 16];
         setvbuf(stdout, buffer, _IOFBF, sizeof(buffer));
@@ -172,6 +183,7 @@ private:
         ++lines_;
         if (outcome.decoded) {
             ++decoded_;
+            warned_ += outcome.warned ? 1 : 0;
             return;
         }
         ++failed_[std::string(outcome.failure)];
@@ -217,6 +229,9 @@ private:
                 static_cast<unsigned long long>(lines_), static_cast<unsigned long long>(decoded_),
                 static_cast<unsigned long long>(lines_ - decoded_), elapsed,
                 elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0);
+        if (warned_ > 0) {
+            fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(warned_));
+        }
         for (const auto& reason : failed_) {
             fprintf(stderr, "  failed, %s: %llu\n", reason.first.c_str(), static_cast<unsigned long long>(reason.second));
         }
@@ -241,16 +256,18 @@ private:
     uint64_t limit_ = 0;
     bool classic_ = false;
     bool quiet_ = false;
+    PlainStyleOptions style_;
 
-    std::unique_ptr<Converter> converter_;
-    std::unique_ptr<ConverterDecoder> decoder_;
+    std::unique_ptr<Converter> converter_;                       // classic form
+    std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set_;     // plain form
+    std::unique_ptr<PayloadDecoder> decoder_;
     std::unique_ptr<CaptureLineWriter> writer_;
     std::string line_;
     bool progress_ = false;
     uint64_t tick_ = 0;
     Clock::time_point started_;
     double last_progress_ = 0;
-    uint64_t frames_ = 0, messages_ = 0, lines_ = 0, decoded_ = 0;
+    uint64_t frames_ = 0, messages_ = 0, lines_ = 0, decoded_ = 0, warned_ = 0;
     std::map<std::string, uint64_t> failed_;
     std::map<uint32_t, uint64_t> unknown_;
 };

@@ -113,17 +113,65 @@ void appendSd(std::string& out, const cap::SdMessage& s)
 
 } // namespace
 
-bool PlainPayloadDecoder::decode(int service, int method, int type, const uint8_t* payload, size_t size,
-                                 std::string& json, PayloadFailure& failure)
+PlainPayloadDecoder::PlainPayloadDecoder(const ZQSomeIP::ZQSomeIPFormatSet& formats,
+                                         const ZQSomeIP::ZQSomeIPPlainOptions& options)
+    : formats_(formats), options_(options)
 {
-    const auto status = ZQSomeIP::plainDecode(formats_, service, method, type, payload, size, json);
+    options_.pretty = false;
+}
+
+bool PlainPayloadDecoder::decode(const cap::Header& header, const uint8_t* payload, size_t size,
+                                 DecodedPayload& decoded, PayloadFailure& failure)
+{
+    // Found once, with the interface version, so that the names and the decode come from one format.
+    method_ = formats_.find(header.service, header.method, header.message_type, header.interface_version);
+    ZQSomeIP::ZQSomeIPPlainStatus status;
+    if (method_ != nullptr) {
+        status = ZQSomeIP::plainDecode(*method_, payload, size, decoded.json, options_);
+    } else if (formats_.find(header.service, header.method, header.message_type) == nullptr) {
+        // Unknown whatever the version: the codec's own lookup says so in its words.
+        status = ZQSomeIP::plainDecode(formats_, header.service, header.method, header.message_type, payload, size,
+                                       decoded.json, options_);
+    } else {
+        status.code = ZQSomeIP::ZQSomeIPPlainError::UnknownMessage;
+        status.message = "no format for service " + std::to_string(header.service) + ", method " +
+                         std::to_string(header.method) + ", message type " + std::to_string(header.message_type) +
+                         " at interface version " + std::to_string(header.interface_version);
+    }
     if (status.ok()) {
+        decoded.warnings.clear();
+        if (!status.warnings.empty()) {
+            decoded.warnings = status.warningsJson();
+        }
         return true;
     }
     failure.json = status.toJson();
     failure.code = ZQSomeIP::plainErrorName(status.code);
     failure.unknown = status.code == ZQSomeIP::ZQSomeIPPlainError::UnknownMessage;
     return false;
+}
+
+std::string_view PlainPayloadDecoder::serviceName() const
+{
+    return method_ != nullptr ? std::string_view(method_->serviceName) : std::string_view();
+}
+
+std::string_view PlainPayloadDecoder::methodName() const
+{
+    return method_ != nullptr ? std::string_view(method_->methodName) : std::string_view();
+}
+
+void CaptureLineWriter::appendNames(std::string& out)
+{
+    const std::string_view service = decoder_.serviceName(), method = decoder_.methodName();
+    if (!service.empty()) {
+        out += ",\"service_name\":";
+        appendJsonString(out, service);
+    }
+    if (!method.empty()) {
+        out += ",\"method_name\":";
+        appendJsonString(out, method);
+    }
 }
 
 void CaptureLineWriter::appendTime(std::string& out, const cap::Message& m)
@@ -192,11 +240,16 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
     } else if (m.sd != nullptr) {
         appendSd(out, *m.sd);
         outcome.decoded = true;
-    } else if (decoder_.decode(m.header.service, m.header.method, m.header.message_type, m.payload, m.payload_size,
-                               json_, failure_)) {
+    } else if (decoder_.decode(m.header, m.payload, m.payload_size, decoded_, failure_)) {
         out += ",\"payload\":";
-        out += json_;
+        out += decoded_.json;
+        if (!decoded_.warnings.empty()) {
+            out += ",\"warnings\":";
+            out += decoded_.warnings;
+            outcome.warned = true;
+        }
         outcome.decoded = true;
+        appendNames(out);
     } else {
         out += ",\"error\":";
         out += failure_.json;
@@ -205,6 +258,7 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
         out += '"';
         outcome.failure = failure_.code;
         outcome.unknown_message = failure_.unknown;
+        appendNames(out);
     }
     out += '}';
     return outcome;

@@ -4,7 +4,12 @@
 //
 //   {"frame":N[,"file":...],"time":"...Z","src":...,"dst":...,"transport":"udp"|"tcp",
 //    [header members][,"tp_segments":N], then one of
-//    "payload":<decoded payload> | "sd":{...} | "error":{...}[,"raw":"<hex payload>"]}
+//    "payload":<decoded payload>[,"warnings":[...]] | "sd":{...} | "error":{...}[,"raw":"<hex payload>"],
+//    then [,"service_name":...][,"method_name":...]}
+//
+// Warnings list the bytes a decode skipped. The names are those of the format found for the message
+// (with its interface version), whether its payload decoded or not; they come last so that lines of
+// formats without names and of formats with them differ only in their tails.
 //
 // How a payload is decoded is up to a PayloadDecoder: the plain form over a format set is here; the tool
 // adds its classic form.
@@ -28,24 +33,42 @@ struct PayloadFailure {
     bool unknown = false;  // no format is loaded for the message
 };
 
+// A payload that decoded, and what its format says about the message.
+struct DecodedPayload {
+    std::string json;      // the payload as JSON on one line
+    std::string warnings;  // a JSON array of the bytes the decode skipped; empty when it skipped none
+};
+
 class PayloadDecoder {
 public:
     virtual ~PayloadDecoder() = default;
-    // On success `json` holds the payload as JSON on one line (replaced); on failure `failure` says why.
-    virtual bool decode(int service, int method, int type, const uint8_t* payload, size_t size, std::string& json,
-                        PayloadFailure& failure) = 0;
+    // On success `decoded` holds the payload (replaced); on failure `failure` says why. `header` names
+    // the message: service, method, message type and interface version.
+    virtual bool decode(const ZQSomeIP::capture::Header& header, const uint8_t* payload, size_t size,
+                        DecodedPayload& decoded, PayloadFailure& failure) = 0;
+    // The names the format of the last message decoded gives (found even when its payload failed);
+    // empty when it gives none.
+    virtual std::string_view serviceName() const { return {}; }
+    virtual std::string_view methodName() const { return {}; }
 };
 
-// The plain form (ZQSomeIPFormatSet, compact). The set must outlive the decoder. Safe to use from one
-// thread at a time; separate decoders over one set may run on separate threads.
+// The plain form (ZQSomeIPFormatSet, compact), the format found with the message's interface version.
+// The set must outlive the decoder. Safe to use from one thread at a time; separate decoders over one
+// set may run on separate threads.
 class PlainPayloadDecoder : public PayloadDecoder {
 public:
-    explicit PlainPayloadDecoder(const ZQSomeIP::ZQSomeIPFormatSet& formats) : formats_(formats) {}
-    bool decode(int service, int method, int type, const uint8_t* payload, size_t size, std::string& json,
-                PayloadFailure& failure) override;
+    // `options.pretty` is ignored: a line holds its payload on one line.
+    explicit PlainPayloadDecoder(const ZQSomeIP::ZQSomeIPFormatSet& formats,
+                                 const ZQSomeIP::ZQSomeIPPlainOptions& options = {});
+    bool decode(const ZQSomeIP::capture::Header& header, const uint8_t* payload, size_t size,
+                DecodedPayload& decoded, PayloadFailure& failure) override;
+    std::string_view serviceName() const override;
+    std::string_view methodName() const override;
 
 private:
     const ZQSomeIP::ZQSomeIPFormatSet& formats_;
+    ZQSomeIP::ZQSomeIPPlainOptions options_;
+    const ZQSomeIP::ZQSomeIPPlainMethod* method_ = nullptr;  // of the last message; null when unknown
 };
 
 // What one line reported, for a caller's counts.
@@ -54,6 +77,7 @@ struct LineOutcome {
     std::string_view failure;      // otherwise the code: the capture error's name (frame-cut, ...) or the
                                    // payload failure's code; valid until the next append()
     bool unknown_message = false;  // the payload failed because no format is loaded for it
+    bool warned = false;           // the payload decoded with bytes skipped
 };
 
 class CaptureLineWriter {
@@ -69,10 +93,11 @@ public:
 
 private:
     void appendTime(std::string& out, const ZQSomeIP::capture::Message& m);
+    void appendNames(std::string& out);
 
     PayloadDecoder& decoder_;
     std::string file_;
-    std::string json_;
+    DecodedPayload decoded_;
     PayloadFailure failure_;
     int64_t cached_second_ = 0;
     std::string time_text_;

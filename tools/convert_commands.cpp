@@ -83,6 +83,12 @@ public:
         CLI::Option* plain = app.add_flag("--plain", plain_, "Plain JSON: {\"name\":value,...}, strictly checked");
         CLI::Option* classic = app.add_flag("--classic", "The library's parameter-list documents (the default)");
         plain->excludes(classic);
+        style_.define(app, decode);
+        for (CLI::Option* o : style_.options) {
+            if (o != nullptr) {
+                o->needs(plain);
+            }
+        }
         const char* const noLayout = "Accepted as decode takes it; encode writes hex";
         CLI::Option* compact =
             app.add_flag("--compact", compact_, decode ? "JSON on one line (plain JSON's default)" : noLayout);
@@ -101,7 +107,10 @@ public:
         app.footer(std::string("Stream mode loads the formats once and writes one line per message: ") +
                    (decode ? "compact JSON" : "lowercase hex") +
                    ",\nor {\"error\":{\"code\":...,\"message\":...}} for a message that failed, then a summary on "
-                   "standard error.\nBlank lines and lines opening with # are skipped.\n"
+                   "standard error.\nBlank lines and lines opening with # are skipped.\n" +
+                   (decode ? "Bytes a plain decode skips are reported on standard error, one line per message "
+                             "(with its line number in a stream);\nthey do not change the exit status.\n"
+                           : "") +
                    "Exit status: 0 success, 1 a failed load, lookup or conversion (of any message of a stream),\n"
                    "2 bad arguments or input.");
     }
@@ -113,7 +122,7 @@ public:
         const Layout layout = pretty_ ? Layout::Pretty : compact_ ? Layout::Compact : Layout::Default;
         if (stream_->count() > 0) {
             // A stream's lines are one message each, so its JSON is always compact.
-            const auto converter = Converter::load(form, Layout::Compact, formats_.formats);
+            const auto converter = Converter::load(form, Layout::Compact, formats_.formats, style_.apply());
             return runStream(*converter, direction_, streamFile_);
         }
         const Route r = route_.route();
@@ -134,7 +143,7 @@ private:
         if (!parseHex(text, payload, why)) {
             fail(kExitUsage, why);
         }
-        const auto converter = Converter::load(form, layout, formats_.formats);
+        const auto converter = Converter::load(form, layout, formats_.formats, style_.apply());
         if (form == Form::Classic && !converter->hasFormat(r)) {
             fail(kExitFailed, noFormat());
         }
@@ -142,6 +151,9 @@ private:
         Failure failure;
         if (!converter->decode(r, payload, json, failure)) {
             fail(kExitFailed, failure.text);
+        }
+        if (!converter->warnings().empty()) {
+            std::cerr << "someip-json: " << warningText(converter->warnings()) << "\n";
         }
         if (json.empty() || json.back() != '\n') {
             json += '\n';
@@ -160,7 +172,7 @@ private:
                 fail(kExitUsage, "invalid JSON input");
             }
         }
-        const auto converter = Converter::load(form, Layout::Default, formats_.formats);
+        const auto converter = Converter::load(form, Layout::Default, formats_.formats, style_.apply());
         if (form == Form::Classic && !converter->hasFormat(r)) {
             fail(kExitFailed, noFormat());
         }
@@ -204,6 +216,7 @@ private:
     }
 
     Direction direction_;
+    PlainStyleOptions style_;
     std::string payload_;
     std::string jsonFile_;
     std::string streamFile_;

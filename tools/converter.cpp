@@ -93,6 +93,8 @@ public:
         return true;
     }
 
+    const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings() const override { return none_; }
+
     bool encode(const Route& r, std::string_view json, std::vector<uint8_t>& payload, Failure& failure) override
     {
         scratch_.assign(json.data(), json.size());
@@ -116,6 +118,7 @@ private:
     ZQSomeIP::ZQSomeIPParserAPI api_;
     bool compact_;
     std::string scratch_;
+    const std::vector<ZQSomeIP::ZQSomeIPPlainWarning> none_;
 };
 
 Failure plainFailure(const ZQSomeIP::ZQSomeIPPlainStatus& status)
@@ -139,34 +142,30 @@ Failure plainFailure(const ZQSomeIP::ZQSomeIPPlainStatus& status)
 
 class PlainConverter : public Converter {
 public:
-    PlainConverter(Layout layout, const std::string& formats)
+    PlainConverter(Layout layout, const std::string& formats, const ZQSomeIP::ZQSomeIPPlainOptions& options)
+        : set_(loadFormatSet(formats)), options_(options)
     {
         options_.pretty = layout == Layout::Pretty;
-        ZQSomeIP::ZQSomeIPPlainStatus status;
-        set_ = ZQSomeIP::ZQSomeIPFormatSet::load(formats, status);
-        if (!set_) {
-            // Loading names the file in the status's path, and line and column in its message.
-            fail(kExitFailed, std::string(ZQSomeIP::plainErrorName(status.code)) + ": " + status.path + ": " +
-                                  status.message);
-        }
     }
 
     bool hasFormat(const Route& r) override { return set_->find(r.service, r.method, r.type) != nullptr; }
 
     bool decode(const Route& r, std::vector<uint8_t>& payload, std::string& json, Failure& failure) override
     {
-        const auto status =
+        status_ =
             ZQSomeIP::plainDecode(*set_, r.service, r.method, r.type, payload.data(), payload.size(), json, options_);
-        if (!status.ok()) {
-            failure = plainFailure(status);
+        if (!status_.ok()) {
+            failure = plainFailure(status_);
             return false;
         }
         return true;
     }
 
+    const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings() const override { return status_.warnings; }
+
     bool encode(const Route& r, std::string_view json, std::vector<uint8_t>& payload, Failure& failure) override
     {
-        const auto status = ZQSomeIP::plainEncode(*set_, r.service, r.method, r.type, json, payload);
+        const auto status = ZQSomeIP::plainEncode(*set_, r.service, r.method, r.type, json, payload, options_);
         if (!status.ok()) {
             failure = plainFailure(status);
             return false;
@@ -177,14 +176,16 @@ public:
 private:
     std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set_;
     ZQSomeIP::ZQSomeIPPlainOptions options_;
+    ZQSomeIP::ZQSomeIPPlainStatus status_;  // of the last decode, whose warnings stay readable
 };
 
 } // namespace
 
-std::unique_ptr<Converter> Converter::load(Form form, Layout layout, const std::string& formats)
+std::unique_ptr<Converter> Converter::load(Form form, Layout layout, const std::string& formats,
+                                           const ZQSomeIP::ZQSomeIPPlainOptions& plain)
 {
     if (form == Form::Plain) {
-        return std::make_unique<PlainConverter>(layout, formats);
+        return std::make_unique<PlainConverter>(layout, formats, plain);
     }
     return std::make_unique<ClassicConverter>(layout, formats);
 }
@@ -200,6 +201,31 @@ Failure Failure::of(const std::string& code, const std::string& message)
     appendJsonString(f.json, message);
     f.json += '}';
     return f;
+}
+
+std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> loadFormatSet(const std::string& formats)
+{
+    ZQSomeIP::ZQSomeIPPlainStatus status;
+    auto set = ZQSomeIP::ZQSomeIPFormatSet::load(formats, status);
+    if (!set) {
+        // Loading names the file in the status's path, and line and column in its message.
+        fail(kExitFailed, std::string(ZQSomeIP::plainErrorName(status.code)) + ": " + status.path + ": " +
+                              status.message);
+    }
+    return set;
+}
+
+std::string warningText(const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings)
+{
+    std::string text = "warning: ";
+    for (const auto& w : warnings) {
+        if (&w != &warnings.front()) {
+            text += "; ";
+        }
+        text += w.message + " (" + std::to_string(w.bytes) + (w.bytes == 1 ? " byte" : " bytes") + " at byte " +
+                std::to_string(w.offset) + ")";
+    }
+    return text;
 }
 
 } // namespace someip_json

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "compiled/ZQSomeIPFormatSet.h"
 #include "tool_support.h"
 
 namespace someip_json {
@@ -37,16 +38,29 @@ public:
     virtual ~Converter() = default;
 
     // Loads the format descriptions once; a load that fails is a ToolError with status kExitFailed.
-    static std::unique_ptr<Converter> load(Form form, Layout layout, const std::string& formats);
+    // `plain` (but its pretty, which `layout` decides) applies to the plain form; the classic form has
+    // no such options.
+    static std::unique_ptr<Converter> load(Form form, Layout layout, const std::string& formats,
+                                           const ZQSomeIP::ZQSomeIPPlainOptions& plain = {});
 
     // Whether a format for the message is loaded.
     virtual bool hasFormat(const Route& route) = 0;
     // Payload -> JSON text in `json` (replaced; no line end after compact text).
     virtual bool decode(const Route& route, std::vector<uint8_t>& payload, std::string& json, Failure& failure) = 0;
+    // What the last successful decode skipped (bytes the format does not know); the classic form
+    // never skips.
+    virtual const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings() const = 0;
     // JSON text -> payload in `payload` (replaced).
     virtual bool encode(const Route& route, std::string_view json, std::vector<uint8_t>& payload,
                         Failure& failure) = 0;
 };
+
+// A plain format set, loaded as the plain form loads it (a failed load is a ToolError naming the file).
+std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> loadFormatSet(const std::string& formats);
+
+// One line for standard error about what one decode skipped (every warning of the message), without
+// the tool's name or a line end.
+std::string warningText(const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings);
 
 } // namespace someip_json
 

@@ -6,6 +6,9 @@
 //   someip-json decode|encode --formats PATH --stream FILE [--plain]
 //   someip-json capture FILE... --formats PATH [--port N] [--service ID] [--method ID] [--type TYPE] [--limit N]
 //
+// Plain decoding (decode --plain, its stream, capture) also takes [--enum-style name|value|both]
+// [--scaled raw|physical|both] [--strict]; plain encoding takes [--scaled raw|physical|both].
+//
 // Results go to standard output; every error is one line on standard error. Exit status: 0 success,
 // 1 the conversion (or loading, or lookup) failed, 2 bad command line or unreadable input.
 //

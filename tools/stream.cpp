@@ -112,6 +112,8 @@ struct Summary {
     size_t failed = 0;
     size_t firstFailedLine = 0;
     std::map<std::string, size_t> byCode;
+    size_t warned = 0;  // messages that converted with skipped bytes
+    size_t firstWarnedLine = 0;
 
     void print() const
     {
@@ -124,6 +126,10 @@ struct Summary {
                 separator = ", ";
             }
             text += "); first failure on line " + std::to_string(firstFailedLine);
+        }
+        if (warned > 0) {
+            text += "; warnings: " + std::to_string(warned) + " (first on line " + std::to_string(firstWarnedLine) +
+                    ")";
         }
         std::fprintf(stderr, "%s\n", text.c_str());
     }
@@ -171,6 +177,12 @@ int runStream(Converter& converter, Direction direction, const std::string& inpu
                 summary.firstFailedLine = number;
             }
             ++summary.byCode[failure.code];
+        } else if (direction == Direction::Decode && !converter.warnings().empty()) {
+            // Beside the output, never in it: the line stays the value alone.
+            std::fprintf(stderr, "someip-json: line %zu: %s\n", number, warningText(converter.warnings()).c_str());
+            if (summary.warned++ == 0) {
+                summary.firstWarnedLine = number;
+            }
         }
         if (out.size() >= kFlushAt) {
             writeOut(out);

@@ -13,7 +13,8 @@ enum class Direction { Decode, Encode };
 // Reads `input` ("-": standard input) line by line: "SERVICE METHOD TYPE HEX" to decode, "SERVICE METHOD
 // TYPE JSON" to encode; blank lines and lines opening with # are skipped. Writes compact JSON (decode)
 // or lowercase hex (encode) per message, or {"error":{...}} for a message that failed, and a summary
-// on standard error. Returns kExitFailed when any message failed.
+// on standard error. What a decode skipped goes to standard error, one line per message with its
+// line number, and is counted in the summary. Returns kExitFailed when any message failed.
 int runStream(Converter& converter, Direction direction, const std::string& input);
 
 } // namespace someip_json

@@ -58,10 +58,11 @@ std::string badHexWord(std::string_view text, size_t at)
 }
 
 // A CLI11 check that leaves the text as typed (messages quote it) and only refuses what `accept` refuses.
-CLI::Validator textCheck(const std::string& what, bool (*accept)(std::string_view, int&))
+template <typename T>
+CLI::Validator textCheck(const std::string& what, bool (*accept)(std::string_view, T&))
 {
     return CLI::Validator([what, accept](std::string& text) {
-        int value = 0;
+        T value{};
         return accept(text, value) ? std::string() : "invalid " + what + " '" + text + "'";
     }, "");
 }
@@ -192,6 +193,35 @@ Route RouteOptions::route() const
     parseId(method, r.method);
     parseMessageType(type, r.type);
     return r;
+}
+
+void PlainStyleOptions::define(CLI::App& app, bool decode)
+{
+    if (decode) {
+        options[0] = app.add_option("--enum-style", enumStyle,
+                                    "Enums as their name (the default), value, or both: {\"name\":..,\"value\":..}")
+                         ->check(textCheck("enum style", ZQSomeIP::parseEnumStyle))
+                         ->type_name("name|value|both");
+        options[2] = app.add_flag("--strict", strict,
+                                  "Refuse bytes the format does not know (trailing_bytes, length_mismatch) "
+                                  "instead of skipping them with a warning");
+    }
+    options[1] = app.add_option("--scaled", scaled,
+                                decode ? "Scaled numbers as the raw value (the default), physical, or both: "
+                                         "{\"raw\":..,\"value\":..,\"unit\":..}"
+                                       : "Scaled numbers given as the raw value (the default), physical (rounded to "
+                                         "the nearest raw value), or both")
+                     ->check(textCheck("scaled style", ZQSomeIP::parseScaledStyle))
+                     ->type_name("raw|physical|both");
+}
+
+ZQSomeIP::ZQSomeIPPlainOptions PlainStyleOptions::apply(ZQSomeIP::ZQSomeIPPlainOptions base) const
+{
+    // The checks have accepted the texts already; an empty one leaves the default.
+    ZQSomeIP::parseEnumStyle(enumStyle, base.enumStyle);
+    ZQSomeIP::parseScaledStyle(scaled, base.scaled);
+    base.strict = strict;
+    return base;
 }
 
 std::string readAll(std::istream& in)

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "compiled/ZQSomeIPFormatSet.h"
+
 namespace CLI {
 class App;
 class Option;
@@ -80,6 +82,20 @@ struct RouteOptions {
     bool given() const;
     // The route; a missing option is a usage error.
     Route route() const;
+};
+
+// --enum-style, --scaled and --strict: how the plain form writes enums and scaled numbers and whether
+// it refuses bytes the format does not know. Encoding reads every enum form and never skips, so it
+// takes --scaled alone.
+struct PlainStyleOptions {
+    std::string enumStyle;
+    std::string scaled;
+    bool strict = false;
+    CLI::Option* options[3] = {};  // as defined (null when not), for other options to exclude or need them
+
+    void define(CLI::App& app, bool decode);
+    // The codec's options for what was given; pretty stays as in `base`.
+    ZQSomeIP::ZQSomeIPPlainOptions apply(ZQSomeIP::ZQSomeIPPlainOptions base = {}) const;
 };
 
 std::string readAll(std::istream& in);
