@@ -101,6 +101,20 @@ py::object statusError(const ZQSomeIPPlainStatus& s)
     throw py::error_already_set();
 }
 
+// The keyword arguments enum_style, scaled and strict as the codec's options; a bad value is a ValueError.
+ZQSomeIP::ZQSomeIPPlainOptions plainOptions(std::string_view enumStyle, std::string_view scaled, bool strict)
+{
+    ZQSomeIP::ZQSomeIPPlainOptions options;
+    if (!ZQSomeIP::parseEnumStyle(enumStyle, options.enumStyle)) {
+        throw py::value_error("enum_style: expected 'name', 'value' or 'both', not '" + std::string(enumStyle) + "'");
+    }
+    if (!ZQSomeIP::parseScaledStyle(scaled, options.scaled)) {
+        throw py::value_error("scaled: expected 'raw', 'physical' or 'both', not '" + std::string(scaled) + "'");
+    }
+    options.strict = strict;
+    return options;
+}
+
 // The bytes of any object with a contiguous buffer (bytes, bytearray, memoryview, array, numpy), without
 // a copy. The object cannot be resized while the view is held. Create and destroy with the GIL held.
 class ByteView {
@@ -148,14 +162,16 @@ public:
     size_t methodCount() const { return set_->methodCount(); }
     const std::shared_ptr<const ZQSomeIPFormatSet>& set() const { return set_; }
 
-    py::object decode(int service, int method, int type, py::handle data) const
+    py::object decode(int service, int method, int type, py::handle data, std::string_view enumStyle,
+                      std::string_view scaled, bool strict) const
     {
+        const auto options = plainOptions(enumStyle, scaled, strict);
         std::string json;
         ZQSomeIPPlainStatus status;
         {
             ByteView bytes(data);
             py::gil_scoped_release nogil;
-            status = ZQSomeIP::plainDecode(*set_, service, method, type, bytes.data(), bytes.size(), json);
+            status = ZQSomeIP::plainDecode(*set_, service, method, type, bytes.data(), bytes.size(), json, options);
         }
         if (!status.ok()) {
             raise(statusError(status));
@@ -163,8 +179,10 @@ public:
         return loads(json);
     }
 
-    py::list decodeMany(py::iterable items, bool returnErrors) const
+    py::list decodeMany(py::iterable items, bool returnErrors, std::string_view enumStyle, std::string_view scaled,
+                        bool strict) const
     {
+        const auto options = plainOptions(enumStyle, scaled, strict);
         struct Job {
             int service, method, type;
             ByteView bytes;
@@ -186,7 +204,7 @@ public:
             py::gil_scoped_release nogil;
             for (Job& j : jobs) {
                 j.status = ZQSomeIP::plainDecode(*set_, j.service, j.method, j.type, j.bytes.data(), j.bytes.size(),
-                                                 j.json);
+                                                 j.json, options);
                 if (j.status.ok()) {
                     if (all.size() > 1) {
                         all += ',';
@@ -214,8 +232,9 @@ public:
         return out;
     }
 
-    py::bytes encode(int service, int method, int type, py::handle value) const
+    py::bytes encode(int service, int method, int type, py::handle value, std::string_view scaled) const
     {
+        const auto options = plainOptions("name", scaled, false);
         // A str is taken as the JSON text itself; anything else is written as JSON first.
         const std::string json = py::isinstance<py::str>(value)
             ? value.cast<std::string>()
@@ -225,7 +244,7 @@ public:
         ZQSomeIPPlainStatus status;
         {
             py::gil_scoped_release nogil;
-            status = ZQSomeIP::plainEncode(*set_, service, method, type, json, payload);
+            status = ZQSomeIP::plainEncode(*set_, service, method, type, json, payload, options);
         }
         if (!status.ok()) {
             raise(statusError(status));
@@ -338,8 +357,9 @@ class CaptureIterator {
 public:
     static constexpr size_t kChunk = 512;
 
-    CaptureIterator(std::string path, const Formats& formats, std::vector<uint16_t> ports, bool lines)
-        : path_(std::move(path)), set_(formats.set()), decoder_(*set_), writer_(decoder_), lines_(lines)
+    CaptureIterator(std::string path, const Formats& formats, std::vector<uint16_t> ports, bool lines,
+                    const ZQSomeIP::ZQSomeIPPlainOptions& style)
+        : path_(std::move(path)), set_(formats.set()), decoder_(*set_, style), writer_(decoder_), lines_(lines)
     {
         cap::Options options;
         options.ports = std::move(ports);
@@ -459,13 +479,20 @@ PYBIND11_MODULE(someip_parser_vaq, m)
         .def("__repr__", [](const Formats& f) {
             return "<someip_parser_vaq.Formats '" + f.path() + "', " + std::to_string(f.methodCount()) + " methods>";
         })
-        .def("decode", &Formats::decode, "service"_a, "method"_a, "type"_a, "data"_a,
-             "Payload (bytes, bytearray, memoryview, ...) -> dict in the plain form")
-        .def("decode_many", &Formats::decodeMany, "items"_a, "return_errors"_a = false,
+        .def("decode", &Formats::decode, "service"_a, "method"_a, "type"_a, "data"_a, py::kw_only(),
+             "enum_style"_a = "name", "scaled"_a = "raw", "strict"_a = false,
+             "Payload (bytes, bytearray, memoryview, ...) -> dict in the plain form. enum_style: 'name',\n"
+             "'value' or 'both'; scaled: 'raw', 'physical' or 'both'; strict: bytes the format does not know\n"
+             "fail (trailing_bytes, length_mismatch) instead of being skipped.")
+        .def("decode_many", &Formats::decodeMany, "items"_a, "return_errors"_a = false, py::kw_only(),
+             "enum_style"_a = "name", "scaled"_a = "raw", "strict"_a = false,
              "[(service, method, type, data), ...] -> [dict, ...], decoded without the GIL. A failure raises\n"
-             "Error (with .index); with return_errors=True the Error takes the failed item's place instead.")
-        .def("encode", &Formats::encode, "service"_a, "method"_a, "type"_a, "value"_a,
-             "dict in the plain form (or its JSON text) -> payload bytes")
+             "Error (with .index); with return_errors=True the Error takes the failed item's place instead.\n"
+             "enum_style, scaled, strict: as for decode.")
+        .def("encode", &Formats::encode, "service"_a, "method"_a, "type"_a, "value"_a, py::kw_only(),
+             "scaled"_a = "raw",
+             "dict in the plain form (or its JSON text) -> payload bytes. scaled: scaled numbers given as\n"
+             "'raw' values, 'physical' ones (rounded to the nearest raw value) or 'both' objects.")
         .def("decode_classic", &Formats::decodeClassic, "service"_a, "method"_a, "type"_a, "data"_a,
              "Payload -> the classic parameter list with every Value filled in (JSON text)")
         .def("encode_classic", &Formats::encodeClassic, "service"_a, "method"_a, "type"_a, "json"_a,
@@ -481,13 +508,16 @@ PYBIND11_MODULE(someip_parser_vaq, m)
                                "about to be, how many of them decoded (payload or service discovery) and failed");
 
     m.def("read_capture",
-          [](std::string path, const Formats& formats, std::optional<std::vector<uint16_t>> ports, bool lines) {
+          [](std::string path, const Formats& formats, std::optional<std::vector<uint16_t>> ports, bool lines,
+             std::string_view enumStyle, std::string_view scaled, bool strict) {
               return std::make_unique<CaptureIterator>(std::move(path), formats,
-                                                       ports ? std::move(*ports) : std::vector<uint16_t>(), lines);
+                                                       ports ? std::move(*ports) : std::vector<uint16_t>(), lines,
+                                                       plainOptions(enumStyle, scaled, strict));
           },
-          "path"_a, "formats"_a, "ports"_a = py::none(), "lines"_a = false,
+          "path"_a, "formats"_a, "ports"_a = py::none(), "lines"_a = false, py::kw_only(), "enum_style"_a = "name",
+          "scaled"_a = "raw", "strict"_a = false,
           "Iterates over the records of a pcap or pcapng file: one dict per SOME/IP message or capture error,\n"
           "the same content as the lines of `someip-json capture`. ports: the UDP/TCP ports carrying SOME/IP\n"
           "(default: any port whose datagrams have consistent SOME/IP headers). lines=True yields the lines\n"
-          "themselves (str, no line end) instead of dicts.");
+          "themselves (str, no line end) instead of dicts. enum_style, scaled, strict: as for Formats.decode.");
 }

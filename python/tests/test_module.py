@@ -2,6 +2,7 @@
 errors they raise, buffers without copies, batches, threads, and captures read as the tool reads them."""
 import json
 import os
+import struct
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
@@ -51,9 +52,79 @@ def test_errors_carry_code_and_place(sp, formats, call, route, value, code, offs
     assert error.message and error.message in str(error)
 
 
-def test_appended_bytes_are_skipped(formats):
-    # A newer peer may append parameters: the known ones still decode.
+def test_appended_bytes_are_skipped(sp, formats):
+    # A newer peer may append parameters: the known ones still decode, unless strict.
     assert formats.decode(*ROUTE, SAMPLE + b"\0") == formats.decode(*ROUTE, SAMPLE)
+    with pytest.raises(sp.Error) as caught:
+        formats.decode(*ROUTE, SAMPLE + b"\0", strict=True)
+    assert (caught.value.code, caught.value.offset) == ("trailing_bytes", 32)
+    failed, = formats.decode_many([(*ROUTE, SAMPLE + b"\0")], return_errors=True, strict=True)
+    assert failed.code == "trailing_bytes"
+
+
+# Service 4660 at interface versions 1 and 2; event 32769 of version 1 has an enum and a scaled member.
+CLIMATE = {"FormatVersion": 2, "Services": [
+    {"ServiceName": "Climate", "ServiceID": "4660", "MajorVersion": 1, "Events": [
+        {"EventName": "Cabin", "EventID": "32769", "Params": [{"MethodType": "event", "ParamsDetails": [
+            {"ParamName": "mode", "ParamType": "uint8_t", "Enumerators": [{"Name": "AUTO", "Value": 3}]},
+            {"ParamName": "temp", "ParamType": "uint8_t", "Scale": {"Factor": 0.5, "Offset": -10, "Unit": "degC"}},
+        ]}]}]},
+    {"ServiceName": "Climate", "ServiceID": "4660", "MajorVersion": 2, "Events": [
+        {"EventName": "CabinV2", "EventID": "32769", "Params": [{"MethodType": "event", "ParamsDetails": [
+            {"ParamName": "mode", "ParamType": "uint8_t"}]}]}]},
+]}
+CABIN = (4660, 32769, 2)
+
+
+@pytest.fixture
+def climate(sp, tmp_path):
+    path = tmp_path / "climate.json"
+    path.write_text(json.dumps(CLIMATE))
+    return sp.Formats(str(path))
+
+
+def test_enum_and_scaled_styles(climate):
+    assert climate.decode(*CABIN, b"\x03\x41") == {"mode": "AUTO", "temp": 65}
+    assert climate.decode(*CABIN, b"\x03\x41", enum_style="both", scaled="physical") == \
+        {"mode": {"name": "AUTO", "value": 3}, "temp": 22.5}
+    assert climate.decode_many([(*CABIN, b"\x03\x41")], enum_style="value", scaled="both") == \
+        [{"mode": 3, "temp": {"raw": 65, "value": 22.5, "unit": "degC"}}]
+    assert climate.encode(*CABIN, {"mode": "AUTO", "temp": 22.5}, scaled="physical") == b"\x03\x41"
+
+
+@pytest.mark.parametrize("call", [
+    lambda f: f.decode(*CABIN, b"", enum_style="names"),
+    lambda f: f.decode_many([], scaled="kelvin"),
+    lambda f: f.encode(*CABIN, {}, scaled="kelvin"),
+], ids=["decode", "decode_many", "encode"])
+def test_bad_style_values_raise_value_error(climate, call):
+    with pytest.raises(ValueError):
+        call(climate)
+
+
+def raw_ip_pcap(path, messages):
+    """A pcap of raw IPv4/UDP datagrams: one notification of CABIN per (interface version, payload)."""
+    out = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 101)
+    for session, (version, payload) in enumerate(messages, 1):
+        someip = struct.pack(">HHIHHBBBB", 4660, 32769, 8 + len(payload), 0, session, 1, version, 2, 0) + payload
+        udp = struct.pack(">HHHH", 30490, 30490, 8 + len(someip), 0) + someip
+        ip = struct.pack(">BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0, 64, 17, 0, b"\n\0\0\1", b"\n\0\0\2") + udp
+        out += struct.pack("<IIII", 1700000000, session, len(ip), len(ip)) + ip
+    path.write_bytes(out)
+    return str(path)
+
+
+def test_capture_records_name_their_format_and_carry_warnings(sp, climate, tmp_path):
+    pcap = raw_ip_pcap(tmp_path / "climate.pcap", [(1, b"\x03\x41\x07"), (2, b"\x05")])
+    first, second = sp.read_capture(pcap, climate, enum_style="value")
+    assert (first["service_name"], first["method_name"], second["method_name"]) == ("Climate", "Cabin", "CabinV2")
+    assert first["payload"] == {"mode": 3, "temp": 65}
+    assert [(w["offset"], w["bytes"]) for w in first["warnings"]] == [(2, 1)]
+    assert "warnings" not in second
+    first, _ = sp.read_capture(pcap, climate, strict=True)
+    assert (first["error"]["code"], first["method_name"]) == ("trailing_bytes", "Cabin")
+    with pytest.raises(ValueError):
+        sp.read_capture(pcap, climate, scaled="kelvin")
 
 
 def test_loading_errors_name_the_file(sp, tmp_path):
