@@ -28,18 +28,6 @@ const char* const kErrorNames[] = {
     "unknown_name", "wire_type_mismatch", "unskippable_member",
 };
 
-struct TypeName {
-    const char* text;
-    Param::Kind kind;
-};
-const TypeName kTypes[] = {
-    {"bool", Param::Bool},     {"uint8_t", Param::UInt8},   {"uint16_t", Param::UInt16},
-    {"uint32_t", Param::UInt32}, {"uint64_t", Param::UInt64}, {"int8_t", Param::Int8},
-    {"int16_t", Param::Int16}, {"int32_t", Param::Int32},   {"int64_t", Param::Int64},
-    {"float", Param::Float},   {"double", Param::Double},   {"STRING", Param::String},
-    {"STRUCTURE", Param::Structure}, {"ARRAY", Param::Array}, {"VECTOR", Param::Vector},
-};
-
 // Compiles one parameter list; false with `why` set when the plain codec cannot use it.
 bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::vector<Param>& out, std::string& why);
 
@@ -72,9 +60,9 @@ bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::v
         Param p;
         p.name = item["ParamName"].asString();
         const std::string type = item["ParamType"].asString();
-        const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                        [&type](const TypeName& t) { return type == t.text; });
-        if (found == std::end(kTypes)) {
+        // Unions exist only in version-2 files.
+        Param::Kind kind = Param::Bool;
+        if (!plainParamKind(type, kind) || kind == Param::Union) {
             why = "parameter \"" + p.name + "\" has the unknown type \"" + type + "\"";
             return false;
         }
@@ -82,7 +70,7 @@ bool compileList(const Json::Value& list, const ZQSomeIPExtendAttr& attr, std::v
             why = "two parameters are named \"" + p.name + "\"";
             return false;
         }
-        p.kind = found->kind;
+        p.kind = kind;
         appendJsonString(p.key, p.name);
         p.key += ':';
         const Json::Value& sub = item["SubParams"];
@@ -342,32 +330,31 @@ std::string ZQSomeIPPlainStatus::warningsJson() const
     return out;
 }
 
+namespace {
+// `names` in the order of the style's values.
+template <typename Style, size_t N>
+bool styleNamed(std::string_view text, const char* const (&names)[N], Style& style)
+{
+    for (size_t i = 0; i < N; ++i) {
+        if (text == names[i]) {
+            style = static_cast<Style>(i);
+            return true;
+        }
+    }
+    return false;
+}
+} // namespace
+
 bool parseEnumStyle(std::string_view text, ZQSomeIPEnumStyle& style)
 {
-    if (text == "name") {
-        style = ZQSomeIPEnumStyle::Name;
-    } else if (text == "value") {
-        style = ZQSomeIPEnumStyle::Value;
-    } else if (text == "both") {
-        style = ZQSomeIPEnumStyle::Both;
-    } else {
-        return false;
-    }
-    return true;
+    static const char* const kNames[] = {"name", "value", "both"};
+    return styleNamed(text, kNames, style);
 }
 
 bool parseScaledStyle(std::string_view text, ZQSomeIPScaledStyle& style)
 {
-    if (text == "raw") {
-        style = ZQSomeIPScaledStyle::Raw;
-    } else if (text == "physical") {
-        style = ZQSomeIPScaledStyle::Physical;
-    } else if (text == "both") {
-        style = ZQSomeIPScaledStyle::Both;
-    } else {
-        return false;
-    }
-    return true;
+    static const char* const kNames[] = {"raw", "physical", "both"};
+    return styleNamed(text, kNames, style);
 }
 
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::string& path, ZQSomeIPPlainStatus& status)

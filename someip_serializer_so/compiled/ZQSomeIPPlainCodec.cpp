@@ -1608,12 +1608,19 @@ const ZQSomeIPPlainMethod* method(const ZQSomeIPFormatSet& formats, int serviceI
         status.code = Error::UnknownMessage;
         status.message = "no format for service " + std::to_string(serviceID) + ", method " + std::to_string(methodID) +
                          ", message type " + std::to_string(messageType);
-    } else if (!m->unsupported.empty()) {
-        status.code = Error::UnsupportedFormat;
-        status.message = m->unsupported;
-        m = nullptr;
     }
     return m;
+}
+
+// A format the plain codec cannot use fails every call with the reason found when it was loaded.
+bool usable(const ZQSomeIPPlainMethod& method, ZQSomeIPPlainStatus& status)
+{
+    if (method.unsupported.empty()) {
+        return true;
+    }
+    status.code = Error::UnsupportedFormat;
+    status.message = method.unsupported;
+    return false;
 }
 
 } // namespace
@@ -1634,9 +1641,7 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t
                                 std::string& json, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
-    if (!method.unsupported.empty()) {
-        status.code = Error::UnsupportedFormat;
-        status.message = method.unsupported;
+    if (!usable(method, status)) {
         return status;
     }
     const ZQSomeIPPlainMethod* m = &method;
@@ -1702,9 +1707,7 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_v
                                 std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
-    if (!method.unsupported.empty()) {
-        status.code = Error::UnsupportedFormat;
-        status.message = method.unsupported;
+    if (!usable(method, status)) {
         return status;
     }
     const ZQSomeIPPlainMethod* m = &method;

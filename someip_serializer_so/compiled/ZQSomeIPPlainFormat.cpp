@@ -23,19 +23,6 @@ const size_t kParamBudget = 1000000;
 const int kMaxDepth = 64;
 const uint32_t kMaxFixedLength = 1u << 20;
 
-struct TypeName {
-    const char* text;
-    Param::Kind kind;
-};
-const TypeName kTypes[] = {
-    {"bool", Param::Bool},     {"uint8_t", Param::UInt8},   {"uint16_t", Param::UInt16},
-    {"uint32_t", Param::UInt32}, {"uint64_t", Param::UInt64}, {"int8_t", Param::Int8},
-    {"int16_t", Param::Int16}, {"int32_t", Param::Int32},   {"int64_t", Param::Int64},
-    {"float", Param::Float},   {"double", Param::Double},   {"STRING", Param::String},
-    {"STRUCTURE", Param::Structure}, {"ARRAY", Param::Array}, {"VECTOR", Param::Vector},
-    {"UNION", Param::Union},
-};
-
 bool isInteger(Param::Kind k) { return k >= Param::UInt8 && k <= Param::Int64; }
 bool isSigned(Param::Kind k) { return k >= Param::Int8 && k <= Param::Int64; }
 uint32_t widthOf(Param::Kind k)
@@ -179,6 +166,25 @@ bool enumerators(const Json::Value& list, uint32_t bits, bool isSignedField, std
 }
 
 } // namespace
+
+bool plainParamKind(const std::string& name, ZQSomeIPPlainParam::Kind& kind)
+{
+    static const std::pair<const char*, Param::Kind> kTypes[] = {
+        {"bool", Param::Bool},     {"uint8_t", Param::UInt8},   {"uint16_t", Param::UInt16},
+        {"uint32_t", Param::UInt32}, {"uint64_t", Param::UInt64}, {"int8_t", Param::Int8},
+        {"int16_t", Param::Int16}, {"int32_t", Param::Int32},   {"int64_t", Param::Int64},
+        {"float", Param::Float},   {"double", Param::Double},   {"STRING", Param::String},
+        {"STRUCTURE", Param::Structure}, {"ARRAY", Param::Array}, {"VECTOR", Param::Vector},
+        {"UNION", Param::Union},
+    };
+    for (const auto& t : kTypes) {
+        if (name == t.first) {
+            kind = t.second;
+            return true;
+        }
+    }
+    return false;
+}
 
 struct ZQSomeIPPlainFormatCompiler::Context {
     ZQSomeIPExtendAttr attr;
@@ -438,9 +444,8 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
     std::string type = item["ParamType"].asString();
     if (type == "ENUM" || type == "BITFIELD") {
         const std::string base = get(item, "BaseType").asString();
-        const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                        [&base](const TypeName& t) { return base == t.text; });
-        if (found == std::end(kTypes) || !isInteger(found->kind) || (type == "BITFIELD" && isSigned(found->kind))) {
+        Param::Kind baseKind = Param::Bool;
+        if (!plainParamKind(base, baseKind) || !isInteger(baseKind) || (type == "BITFIELD" && isSigned(baseKind))) {
             why = type + " \"" + p.name + "\" needs an " + (type == "ENUM" ? "integer" : "unsigned integer") +
                   " \"BaseType\"";
             return false;
@@ -448,13 +453,10 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
         p.bitfield = type == "BITFIELD";
         type = base;
     }
-    const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                    [&type](const TypeName& t) { return type == t.text; });
-    if (found == std::end(kTypes)) {
+    if (!plainParamKind(type, p.kind)) {
         why = "parameter \"" + p.name + "\" has the unknown type \"" + type + "\"";
         return false;
     }
-    p.kind = found->kind;
     const uint32_t bits = widthOf(p.kind) * 8;
 
     if (item.isMember("Enumerators")) {

@@ -16,6 +16,9 @@ namespace ZQSomeIP {
 
 class ZQSomeIPFormatAnalyzer;
 
+// The kind a "ParamType" (or an ENUM's or BITFIELD's "BaseType") names; false for any other text.
+bool plainParamKind(const std::string& name, ZQSomeIPPlainParam::Kind& kind);
+
 // The version a document declares: 1 without "FormatVersion"; -1 (with `why`) when the key holds
 // something this library cannot read, a newer version included.
 int plainFormatVersion(const Json::Value& document, std::string& why);
