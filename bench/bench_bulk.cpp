@@ -218,6 +218,21 @@ std::vector<std::string>& plainInputs()
     return inputs;
 }
 
+// One message an iteration, the workload's messages in turn; a step that fails ends the run.
+template <typename Step>
+void eachMessage(benchmark::State& state, size_t count, const char* failure, Step step)
+{
+    size_t next = 0;
+    for (auto _ : state) {
+        if (!step(next)) {
+            state.SkipWithError(failure);
+            break;
+        }
+        next = next + 1 == count ? 0 : next + 1;
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+}
+
 void BM_PlainDecode(benchmark::State& state)
 {
     std::vector<Message>& messages = bulkMessages();
@@ -227,18 +242,13 @@ void BM_PlainDecode(benchmark::State& state)
         return;
     }
     std::string json;
-    size_t next = 0;
-    for (auto _ : state) {
-        const Message& m = messages[next];
-        if (!ZQSomeIP::plainDecode(*set, kBulkService, m.event, kNotification, m.payload.data(), m.payload.size(), json)
-                 .ok()) {
-            state.SkipWithError("plain decode failed");
-            break;
-        }
+    eachMessage(state, messages.size(), "plain decode failed", [&](size_t i) {
+        const Message& m = messages[i];
+        const bool ok =
+            ZQSomeIP::plainDecode(*set, kBulkService, m.event, kNotification, m.payload.data(), m.payload.size(), json).ok();
         benchmark::DoNotOptimize(json.data());
-        next = next + 1 == messages.size() ? 0 : next + 1;
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+        return ok;
+    });
 }
 BENCHMARK(BM_PlainDecode);
 
@@ -252,16 +262,11 @@ void BM_PlainEncode(benchmark::State& state)
         return;
     }
     std::vector<uint8_t> payload;
-    size_t next = 0;
-    for (auto _ : state) {
-        if (!ZQSomeIP::plainEncode(*set, kBulkService, messages[next].event, kNotification, inputs[next], payload).ok()) {
-            state.SkipWithError("plain encode failed");
-            break;
-        }
+    eachMessage(state, inputs.size(), "plain encode failed", [&](size_t i) {
+        const bool ok = ZQSomeIP::plainEncode(*set, kBulkService, messages[i].event, kNotification, inputs[i], payload).ok();
         benchmark::DoNotOptimize(payload.data());
-        next = next + 1 == inputs.size() ? 0 : next + 1;
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+        return ok;
+    });
 }
 BENCHMARK(BM_PlainEncode);
 
@@ -454,18 +459,13 @@ void BM_PlainConstructsDecode(benchmark::State& state)
     }
     auto set = constructsFormatSet();
     std::string json;
-    size_t next = 0;
-    for (auto _ : state) {
-        const PlainMessage& m = messages[next];
-        if (!ZQSomeIP::plainDecode(*set, kConstructService, m.method, m.type, m.payload.data(), m.payload.size(), json)
-                 .ok()) {
-            state.SkipWithError("plain decode failed");
-            break;
-        }
+    eachMessage(state, messages.size(), "plain decode failed", [&](size_t i) {
+        const PlainMessage& m = messages[i];
+        const bool ok =
+            ZQSomeIP::plainDecode(*set, kConstructService, m.method, m.type, m.payload.data(), m.payload.size(), json).ok();
         benchmark::DoNotOptimize(json.data());
-        next = next + 1 == messages.size() ? 0 : next + 1;
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+        return ok;
+    });
 }
 BENCHMARK(BM_PlainConstructsDecode);
 
@@ -478,17 +478,12 @@ void BM_PlainConstructsEncode(benchmark::State& state)
     }
     auto set = constructsFormatSet();
     std::vector<uint8_t> payload;
-    size_t next = 0;
-    for (auto _ : state) {
-        const PlainMessage& m = messages[next];
-        if (!ZQSomeIP::plainEncode(*set, kConstructService, m.method, m.type, m.json, payload).ok()) {
-            state.SkipWithError("plain encode failed");
-            break;
-        }
+    eachMessage(state, messages.size(), "plain encode failed", [&](size_t i) {
+        const PlainMessage& m = messages[i];
+        const bool ok = ZQSomeIP::plainEncode(*set, kConstructService, m.method, m.type, m.json, payload).ok();
         benchmark::DoNotOptimize(payload.data());
-        next = next + 1 == messages.size() ? 0 : next + 1;
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+        return ok;
+    });
 }
 BENCHMARK(BM_PlainConstructsEncode);
 
