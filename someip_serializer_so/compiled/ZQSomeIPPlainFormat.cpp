@@ -294,10 +294,8 @@ bool ZQSomeIPPlainFormatCompiler::attributes(const Json::Value& object, Context&
     return true;
 }
 
-bool ZQSomeIPPlainFormatCompiler::resolve(const Json::Value& item, const Context& parent, Json::Value& resolved,
-                                          Context& c, std::string& why)
+bool ZQSomeIPPlainFormatCompiler::resolve(const Json::Value& item, Json::Value& resolved, Context& c, std::string& why)
 {
-    (void)parent;
     resolved = item;
     while (get(resolved, "ParamType").asString() == "TYPEREF") {
         const std::string& user = get(item, "ParamName").asString();
@@ -407,7 +405,7 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
     c.depth = parent.depth + 1;
     c.inTlv = false;
     Json::Value item;
-    if (!resolve(given, parent, item, c, why) || !attributes(get(item, "Attribute"), c, why)) {
+    if (!resolve(given, item, c, why) || !attributes(get(item, "Attribute"), c, why)) {
         return false;
     }
     p.explicitAttr = true;

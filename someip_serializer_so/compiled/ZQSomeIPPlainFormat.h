@@ -42,8 +42,7 @@ private:
     struct Context;
     bool param(const Json::Value& item, const Context& parent, ZQSomeIPPlainParam& p, std::string& why);
     bool list(const Json::Value& list, const Context& parent, std::vector<ZQSomeIPPlainParam>& out, std::string& why);
-    bool resolve(const Json::Value& item, const Context& parent, Json::Value& resolved, Context& scope,
-                 std::string& why);
+    bool resolve(const Json::Value& item, Json::Value& resolved, Context& scope, std::string& why);
     bool attributes(const Json::Value& object, Context& c, std::string& why);
 
     ZQSomeIPFormatAnalyzer& rules_;
