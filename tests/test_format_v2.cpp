@@ -179,7 +179,7 @@ std::string unionOf(const std::string& keys)
 }
 
 // Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
-TEST(FormatV2, DISABLED_Unions)
+TEST(FormatV2, Unions)
 {
     const std::string plain = unionOf(""), nullable = unionOf(R"("AllowNull":true,)");
     const std::string padded = unionOf(R"("MaxLength":4,)"), paddedNullable = unionOf(R"("MaxLength":4,"AllowNull":true,)");
@@ -221,7 +221,7 @@ const char* const kTlvList = R"({"Tlv":true})";
 const char* const kHi = R"({"n":4660,"s":"hi"})";
 
 // Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
-TEST(FormatV2, DISABLED_TlvGoldens)
+TEST(FormatV2, TlvGoldens)
 {
     const Format list{kTlvPair, "{}", kTlvList};
     const char* const complexMembers = R"([
@@ -365,7 +365,7 @@ TEST(FormatV2, Enums)
 }
 
 // Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
-TEST(FormatV2, DISABLED_BitFields)
+TEST(FormatV2, BitFields)
 {
     const Format f{R"([
       {"ParamName":"f","ParamType":"BITFIELD","BaseType":"uint8_t","Bits":[{"Name":"on","Bit":0},
@@ -396,7 +396,7 @@ TEST(FormatV2, DISABLED_BitFields)
 // ---- strings, vectors, scaling ----------------------------------------------------------------------------
 
 // Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
-TEST(FormatV2, DISABLED_StringsAndVectorBounds)
+TEST(FormatV2, StringsAndVectorBounds)
 {
     const Format fixed{R"([{"ParamName":"s","ParamType":"STRING","FixedLength":8},{"ParamName":"n","ParamType":"uint8_t"}])"};
     const Format bare{R"([{"ParamName":"s","ParamType":"STRING","FixedLength":4,

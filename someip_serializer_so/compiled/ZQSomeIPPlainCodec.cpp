@@ -62,6 +62,22 @@ bool ownStringRules(const Param& p, const ZQSomeIPExtendAttr& a)
 
 bool isBasic(const Param& p) { return p.kind <= Param::Double; }
 
+// Bytes that bring `offset` to a multiple of `alignment` (in bytes; 1 means none).
+size_t alignPadding(size_t offset, uint32_t alignment)
+{
+    return alignment <= 1 ? 0 : (alignment - offset % alignment) % alignment;
+}
+
+// The engines' union frame pads after every value and before every container inside it, each engine
+// in its own way; a union has one member, padded once after it. So the frame is opened without
+// alignment and the codec pads the member itself.
+ZQSomeIPExtendAttr unionFrame(const ZQSomeIPExtendAttr& ea)
+{
+    ZQSomeIPExtendAttr u = ea;
+    u.alignment = ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE;
+    return u;
+}
+
 // Bytes of a basic value: its TLV wire type is the power of two.
 uint32_t basicWidth(Param::Kind k)
 {
@@ -570,7 +586,10 @@ private:
     bool basicFailed(Reader& r, size_t base, size_t at, size_t width, const Param& p)
     {
         const std::string what = std::string(kKindNames[p.kind]);
-        if (r.get_index() + width > r.get_size() || at + width > r.get_size()) {
+        // A read that failed on the payload's end leaves the index before the value (after any
+        // padding); one that overran its container's length field has taken the value's bytes.
+        const size_t now = r.get_index();
+        if (at + width > r.get_size() || (now < at + width && now + width > r.get_size())) {
             return fail(Error::Truncated, base + at, "the payload ends inside this " + what);
         }
         return fail(Error::LengthMismatch, base + at, "this " + what + " runs past its container's length field");
@@ -653,7 +672,11 @@ private:
                                 std::to_string(r.get_size() - begin) + " remain");
             }
         }
-        if (r.read(&bytes, &size, &block) != 0 || bytes == nullptr) {
+        // An empty block is not read: the engine takes a full container as overrun.
+        static const uint8_t kNone = 0;
+        if (size == 0) {
+            bytes = const_cast<uint8_t*>(&kNone);
+        } else if (r.read(&bytes, &size, &block) != 0 || bytes == nullptr) {
             if (begin + size > r.get_size()) {
                 return fail(Error::Truncated, base + begin, "the payload ends inside this string");
             }
@@ -662,10 +685,33 @@ private:
         std::string text;
         std::string why;
         if (!stringFromBytes(bytes, size, p, ea, text, why)) {
-            return fail(Error::BadString, base + begin, why);
+            return fail(Error::BadString, base + at, why);
+        }
+        if (fixed && !filledWithZeros(bytes, size, text, p, ea)) {
+            const std::string what = "the fixed string's fill after its text holds bytes other than zero";
+            if (options_.strict) {
+                return fail(Error::BadString, base + at, what);
+            }
+            warn(base + at, size, what);
         }
         appendJsonString(out_, text);
         r.data_end();
+        return true;
+    }
+
+    // After a fixed string's text (and terminator) only zeros are expected; senders that fill with
+    // something else still give a readable text.
+    static bool filledWithZeros(const uint8_t* d, size_t n, const std::string& text, const Param& p,
+                                const ZQSomeIPExtendAttr& ea)
+    {
+        const bool utf16 = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
+        const size_t mark = p.stringBom ? (utf16 ? 2 : 3) : 0;
+        const size_t textBytes = utf16 ? 2 * utf16Units(text) : text.size();
+        for (size_t i = mark + textBytes; i < n; ++i) {
+            if (d[i] != 0) {
+                return false;
+            }
+        }
         return true;
     }
 
@@ -771,7 +817,7 @@ private:
         // The writer opens a top-level container without padding and so drops a pending "align the
         // next element" (left by a string or vector before it); the reader would keep it for the
         // next value. Dropped here as well, so that both directions agree on where values lie.
-        if (depth == 1 && p.kind >= Param::Structure) {
+        if (depth == 1 && (p.kind >= Param::Structure || (p.kind == Param::String && ownStringRules(p, ea)))) {
             r.calc_size(ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE, 0);
         }
         switch (p.kind) {
@@ -875,20 +921,22 @@ private:
     }
 
     // [length][selector] (or [selector][length]) member, padding; without a length field the member
-    // area is padded to MaxLength. Inside TLV the TLV length stands first.
+    // area is padded to MaxLength. Inside TLV the TLV length stands first and counts the selector too,
+    // so that a receiver that does not know the member can skip it.
     bool unionValue(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr& ea, bool tlvMember)
     {
-        ZQSomeIPExtendAttr u = ea;
+        ZQSomeIPExtendAttr u = unionFrame(ea);
         const size_t at = r.get_index();
         const uint32_t typeSize = ea.union_type_field_size;
         uint32_t selector = 0;
         const bool typeFirst = p.unionTypeFirst && !tlvMember;
         if (typeFirst) {
-            if (r.read_enum(selector, typeSize, &u) != 0) {
+            if (r.read_enum(selector, typeSize, &ea) != 0) {
                 return fail(Error::Truncated, base + at, "the payload ends inside this union's type field");
             }
             u.union_type_field_size = 0;
         }
+        const size_t typeEnd = r.get_index();
         uint32_t ignored = 0;
         const uint32_t code = r.union_data_begin(&u, typeFirst ? ignored : selector);
         if (code != 0) {
@@ -899,9 +947,16 @@ private:
             return fail(Error::LengthMismatch, base + r.get_index(), "this union runs past its container's length field");
         }
         const size_t begin = r.get_begin_index();
+        const size_t start = typeFirst ? typeEnd - typeSize : begin;
         const uint32_t lfs = u.union_length_field_size;
-        const size_t memberStart = begin + lfs + (typeFirst ? 0 : typeSize);
-        const size_t length = lfs > 0 ? peekLength(data_ + base, begin, lfs, u) : p.maxLength;
+        const size_t memberStart = begin + lfs + u.union_type_field_size;
+        size_t length = lfs > 0 ? peekLength(data_ + base, begin, lfs, u) : p.maxLength;
+        if (tlvMember) {
+            if (length < typeSize) {
+                return fail(Error::LengthMismatch, base + begin, "the TLV length is shorter than the union's type field");
+            }
+            length -= typeSize;
+        }
         if (memberStart + length > r.get_size()) {
             return fail(Error::LengthBeyondData, base + begin,
                         "the union's member area of " + std::to_string(length) + " bytes runs past the payload");
@@ -932,13 +987,18 @@ private:
             newline(depth);
             out_ += '}';
         }
-        // Padding (and, without a length field, the zero fill up to MaxLength) is skipped.
         const size_t used = r.get_index() - memberStart;
         if (used > length) {
             return fail(Error::LengthMismatch, base + memberStart,
                         "the member takes " + std::to_string(used) + " bytes, the union holds " + std::to_string(length));
         }
-        if (!skip(r, base, static_cast<uint32_t>(length - used))) {
+        // What the length field holds after the member is padding (or a longer member of a newer
+        // peer): skipped. Without a length field the area is MaxLength bytes, then padded.
+        size_t rest = length - used;
+        if (lfs == 0) {
+            rest += alignPadding(memberStart + length - start, ea.alignment);
+        }
+        if (!skip(r, base, static_cast<uint32_t>(rest))) {
             return false;
         }
         r.data_end();
@@ -1017,53 +1077,49 @@ public:
                 if (!written(w_->write(static_cast<unsigned short>(tag), &container)) || !value(*child, m, depth)) {
                     return false;
                 }
-            } else {
-                const uint32_t configured = lengthFieldSize(m.kind, m.attr);
-                ZQSomeIPExtendAttr own = m.attr;
-                if (!m.dynamicLengthFieldSize && configured > 0) {
-                    // Wire type 4: the member's own length field of the configured size.
-                    *lengthFieldSizeOf(m.kind, own) = configured;
-                    const uint16_t tag = static_cast<uint16_t>((4u << 12) | id);
-                    if (!written(w_->write(static_cast<unsigned short>(tag), &container)) ||
-                        !value(*child, m, depth, &own)) {
-                        return false;
-                    }
-                } else {
-                    // Wire types 5..7: the member is written apart with a 32-bit length field, then
-                    // placed behind the smallest length field its size fits.
-                    *lengthFieldSizeOf(m.kind, own) = 4;
-                    ZQSomeIPExtendAttr scratchAttr = own;
-                    Writer scratch(&scratchAttr);
-                    Writer* outer = w_;
-                    w_ = &scratch;
-                    const bool ok = value(*child, m, depth, &own);
-                    w_ = outer;
-                    if (!ok) {
-                        return false;
-                    }
-                    const std::vector<unsigned char>& bytes = scratch.to_buffer();
-                    const uint32_t length = static_cast<uint32_t>(bytes.size() - 4);
-                    const uint32_t size = length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
-                    const uint16_t tag = static_cast<uint16_t>(((size == 1 ? 5u : size == 2 ? 6u : 7u) << 12) | id);
-                    bool placed = written(w_->write(static_cast<unsigned short>(tag), &container));
-                    if (placed && size == 1) {
-                        placed = written(w_->write(static_cast<unsigned char>(length), &container));
-                    } else if (placed && size == 2) {
-                        placed = written(w_->write(static_cast<unsigned short>(length), &container));
-                    } else if (placed) {
-                        placed = written(w_->write(static_cast<unsigned int>(length), &container));
-                    }
-                    if (placed && length > 0) {
-                        placed = written(w_->write(bytes.data() + 4, length, &container));
-                    }
-                    if (!placed) {
-                        return false;
-                    }
-                }
+            } else if (!tlvComplex(*child, m, container, depth)) {
+                return false;
             }
             where_.pop();
         }
         return true;
+    }
+
+    // A complex member: written apart with a 32-bit length field, then placed behind the length field
+    // of its wire type: 4 with the configured size when the sizes are static, else the smallest of
+    // 5..7 its length fits. The TLV length counts everything after it (a union's type field too).
+    bool tlvComplex(const Json::Node& v, const Param& m, const ZQSomeIPExtendAttr& container, int depth)
+    {
+        const uint32_t configured = lengthFieldSize(m.kind, m.attr);
+        const bool fixedSize = !m.dynamicLengthFieldSize && configured > 0;
+        ZQSomeIPExtendAttr own = m.attr;
+        *lengthFieldSizeOf(m.kind, own) = 4;
+        ZQSomeIPExtendAttr scratchAttr = own;
+        Writer scratch(&scratchAttr);
+        Writer* outer = w_;
+        w_ = &scratch;
+        const bool ok = value(v, m, depth, &own);
+        w_ = outer;
+        if (!ok) {
+            return false;
+        }
+        const std::vector<unsigned char>& bytes = scratch.to_buffer();
+        const uint32_t length = static_cast<uint32_t>(bytes.size() - 4);
+        const uint32_t size = fixedSize ? configured : length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
+        if (length > lengthCapacity(size)) {
+            return fail(Error::TooLong, "is longer than its length field can express");
+        }
+        const uint32_t wireType = fixedSize ? 4u : size == 1 ? 5u : size == 2 ? 6u : 7u;
+        const uint16_t tag = static_cast<uint16_t>((wireType << 12) | static_cast<uint32_t>(m.dataId));
+        bool placed = written(w_->write(static_cast<unsigned short>(tag), &container));
+        if (placed && size == 1) {
+            placed = written(w_->write(static_cast<unsigned char>(length), &container));
+        } else if (placed && size == 2) {
+            placed = written(w_->write(static_cast<unsigned short>(length), &container));
+        } else if (placed) {
+            placed = written(w_->write(static_cast<unsigned int>(length), &container));
+        }
+        return placed && (length == 0 || written(w_->write(bytes.data() + 4, length, &container)));
     }
 
     bool object(const Json::Node& v, const std::vector<Param>& members, int depth)
@@ -1200,7 +1256,7 @@ private:
             }
             x = static_cast<T>(bits);
         } else if (!p.enumerators.empty() && (v.type == Json::Type::String || v.type == Json::Type::Object)) {
-            if (!enumerated(v, p, x)) {
+            if (!enumerated(v, p.enumerators, x)) {
                 return false;
             }
         } else if (p.scaled && (v.type == Json::Type::Object || options_.scaled == ZQSomeIPScaledStyle::Physical)) {
@@ -1215,7 +1271,7 @@ private:
 
     // A name, or {"name": ..., "value": ...} (either or both, agreeing).
     template <typename T>
-    bool enumerated(const Json::Node& v, const Param& p, T& out)
+    bool enumerated(const Json::Node& v, const std::vector<ZQSomeIPPlainEnumerator>& enumerators, T& out)
     {
         const Json::Node* name = &v;
         const Json::Node* number = nullptr;
@@ -1244,13 +1300,13 @@ private:
             if (name->type != Json::Type::String) {
                 return fail(Error::WrongType, "expects an enumerator name");
             }
-            const ZQSomeIPPlainEnumerator* e = enumeratorNamed(p.enumerators, name->text);
+            const ZQSomeIPPlainEnumerator* e = enumeratorNamed(enumerators, name->text);
             if (e == nullptr) {
                 return fail(Error::UnknownName, "has no enumerator named \"" + std::string(name->text) + "\"");
             }
             using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
             const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(out));
-            if (number != nullptr && enumeratorOf(p.enumerators, bits, std::is_signed<T>::value) != e) {
+            if (number != nullptr && enumeratorOf(enumerators, bits, std::is_signed<T>::value) != e) {
                 return fail(Error::OutOfRange, "names \"" + e->name + "\" and a value it does not stand for");
             }
             if (number == nullptr) {
@@ -1349,22 +1405,20 @@ private:
                 return fail(Error::UnknownMember, "has no bit named \"" + std::string(m.key) + "\"");
             }
             uint64_t field = 0;
+            where_.push(bit->name);
             if (n.type == Json::Type::Bool) {
                 field = n.flag ? 1 : 0;
-            } else if (n.type == Json::Type::String && !bit->enumerators.empty()) {
-                const ZQSomeIPPlainEnumerator* e = enumeratorNamed(bit->enumerators, n.text);
-                if (e == nullptr) {
-                    return fail(Error::UnknownName, "has no enumerator named \"" + std::string(n.text) + "\" for \"" +
-                                                        bit->name + "\"");
+            } else if (!bit->enumerators.empty() && (n.type == Json::Type::String || n.type == Json::Type::Object)) {
+                if (!enumerated(n, bit->enumerators, field)) {
+                    return false;
                 }
-                field = e->first;
             } else if (!integer(n, field)) {
                 return false;
             }
             if ((field & ~fieldMask(bit->width)) != 0) {
-                return fail(Error::OutOfRange, "has \"" + bit->name + "\" wider than its " + std::to_string(bit->width) +
-                                                   " bits");
+                return fail(Error::OutOfRange, "is wider than its " + std::to_string(bit->width) + " bits");
             }
+            where_.pop();
             composed |= field << bit->bit;
             given |= fieldMask(bit->width) << bit->bit;
         }
@@ -1487,6 +1541,11 @@ private:
     {
         const ZQSomeIPExtendAttr& ea = over != nullptr ? *over : p.explicitAttr ? p.attr : attr_;
         const ZQSomeIPExtendAttr* a = over != nullptr || p.explicitAttr ? &ea : nullptr;
+        // A union whose type field comes first opens no container before it: at the top level the
+        // pending alignment is dropped as for any container, which is what the reader does there.
+        if (depth == 1 && p.kind == Param::Union) {
+            w_->calc_size(ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE, 0);
+        }
         switch (p.kind) {
         case Param::Bool:
             if (v.type != Json::Type::Bool) {
@@ -1557,16 +1616,21 @@ private:
             child = &doc_.node(m.value);
         }
         const uint32_t selector = member != nullptr ? member->selector : 0;
-        ZQSomeIPExtendAttr u = ea;
+        ZQSomeIPExtendAttr u = unionFrame(ea);
         const bool typeFirst = p.unionTypeFirst && !tlvMember;
+        size_t start = 0;
         if (typeFirst) {
-            if (!written(w_->write_enum(selector, u.union_type_field_size, &u))) {
+            if (!written(w_->write_enum(selector, u.union_type_field_size, &ea))) {
                 return false;
             }
+            start = w_->to_buffer().size() - u.union_type_field_size;
             u.union_type_field_size = 0;
         }
         if (!written(w_->union_data_begin(&u, selector))) {
             return false;
+        }
+        if (!typeFirst) {
+            start = w_->get_begin_index();
         }
         const size_t memberStart = w_->get_begin_index() + u.union_length_field_size + u.union_type_field_size;
         if (member != nullptr) {
@@ -1576,16 +1640,19 @@ private:
             }
             where_.pop();
         }
+        size_t fill = 0;
         if (u.union_length_field_size == 0) {
             const size_t used = w_->to_buffer().size() - memberStart;
             if (used > p.maxLength) {
                 return fail(Error::TooLong, "takes " + std::to_string(used) + " bytes, the union holds " +
                                                 std::to_string(p.maxLength));
             }
-            const std::vector<unsigned char> zeros(p.maxLength - used, 0);
-            if (!zeros.empty() && !written(w_->write(zeros.data(), static_cast<unsigned>(zeros.size()), &u))) {
-                return false;
-            }
+            fill = p.maxLength - used;
+        }
+        fill += alignPadding(w_->to_buffer().size() + fill - start, ea.alignment);
+        const std::vector<unsigned char> zeros(fill, 0);
+        if (!zeros.empty() && !written(w_->write(zeros.data(), static_cast<unsigned>(zeros.size()), &u))) {
+            return false;
         }
         Param closing;
         closing.kind = Param::Union;

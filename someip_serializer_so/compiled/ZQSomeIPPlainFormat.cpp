@@ -196,6 +196,7 @@ struct ZQSomeIPPlainFormatCompiler::Context {
     uint32_t utf16Order = 0;
     bool fileScope = false;          // names resolve among the file's types only
     bool inTlv = false;              // the parameters being compiled are members of a TLV structure
+    bool underTlv = false;           // ... or lie anywhere below one
     int depth = 0;
     std::vector<std::string> types;  // the types being expanded on the way here
 };
@@ -404,6 +405,7 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
     Context c = parent;
     c.depth = parent.depth + 1;
     c.inTlv = false;
+    c.underTlv = parent.inTlv || parent.underTlv;
     Json::Value item;
     if (!resolve(given, item, c, why) || !attributes(get(item, "Attribute"), c, why)) {
         return false;
@@ -416,6 +418,12 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
     p.stringTerminator = c.terminator;
     p.stringUtf16ByteOrder = c.utf16Set ? c.utf16Order : c.attr.byte_order;
 
+    // A TLV member is written apart and then placed behind the length field its size needs, so its
+    // bytes must not depend on where it starts.
+    if (c.underTlv && p.attr.alignment != ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE) {
+        why = "\"" + p.name + "\" lies inside a TLV structure and has a DataAlignment, which TLV does not take";
+        return false;
+    }
     if (parent.inTlv) {
         bool negative = false;
         uint64_t id = 0;
