@@ -249,6 +249,10 @@ TEST(FormatV2, TlvGoldens)
          {kTlvPair, R"({"DynamicLengthFieldSize":false,"StringLengthFieldSize":"0"})", kTlvList},
          "1001 1234 5002 06 efbbbf 6869 00", kHi},
         {"members in any order", list, "5002 06 efbbbf 6869 00 1001 1234", kHi, Way::Decode},
+        {"static: a union's TLV length counts its type field",
+         {R"([{"ParamName":"u","ParamType":"UNION","DataId":6,"SubParams":[{"ParamName":"a","ParamType":"uint8_t","Selector":1}]}])",
+          R"({"DynamicLengthFieldSize":false})", kTlvList},
+         "4006 0002 01 2a", R"({"u":{"a":42}})"},
         {"little endian tags and lengths", {kTlvPair, "{}", R"({"Tlv":true,"Attribute":{"ByteOrderEnum":"BYTE_ORDER_LITTLE_ENDIAN"}})"},
          "0110 3412 0250 06 efbbbf 6869 00", kHi},
         {"optional member dropped",
@@ -600,6 +604,8 @@ TEST(FormatV2, UnknownBytesAreSkippedWithAWarningUnlessStrict)
          {R"([{"ParamName":"v","ParamType":"VECTOR","SubParams":[{"ParamName":"s","ParamType":"STRUCTURE",
               "Attribute":{"StructLengthFieldSize":"8"},"SubParams":[{"ParamName":"x","ParamType":"uint8_t"}]}]}])"},
          "06 02 05 aa  02 06 bb", R"({"v":[{"x":5},{"x":6}]})", R"([{"offset":3,"bytes":1,)", 2, E::LengthMismatch, 1},
+        {"a fixed string filled with spaces", {R"([{"ParamName":"s","ParamType":"STRING","FixedLength":8}])"},
+         "efbbbf 6869 00 2020", R"({"s":"hi"})", R"([{"offset":0,"bytes":8,)", 1, E::BadString, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
