@@ -235,8 +235,10 @@ TEST(FormatV2, TlvGoldens)
       {"ParamName":"d","ParamType":"double","DataId":9},
       {"ParamName":"b","ParamType":"bool","DataId":10}])";
     expectGoldens({
-        {"the issue's golden: wire type 6 read", list, "1001 1234 6002 0006 efbbbf 6869 00", kHi, Way::Decode},
-        {"dynamic: the smallest length field, wire type 5", list, "1001 1234 5002 06 efbbbf 6869 00", kHi},
+        {"wire type 6: a 16-bit string length", {kTlvPair, R"({"StringLengthFieldSize":"16"})", kTlvList},
+         "1001 1234 6002 0006 efbbbf 6869 00", kHi},
+        {"wire type 5: an 8-bit string length", list, "1001 1234 5002 06 efbbbf 6869 00", kHi},
+        {"wire type 6 read whatever the configured size", list, "1001 1234 6002 0006 efbbbf 6869 00", kHi, Way::Decode},
         {"wire type 7 read", list, "1001 1234 7002 00000006 efbbbf 6869 00", kHi, Way::Decode},
         {"wire type 4 read with the configured size", list, "1001 1234 4002 06 efbbbf 6869 00", kHi, Way::Decode},
         {"static: wire type 4, 16-bit string length",
@@ -263,9 +265,9 @@ TEST(FormatV2, TlvGoldens)
          {R"([{"ParamName":"t","ParamType":"STRUCTURE","Tlv":true,"Attribute":{"StructLengthFieldSize":"16"},"SubParams":)" +
           std::string(kTlvPair) + "}]"},
          "000d 1001 1234 5002 06 efbbbf 6869 00", R"({"t":{"n":4660,"s":"hi"}})"},
-        {"complex members: one length each (the TLV one); a union keeps its type field; basic ones by width",
+        {"complex members: one length each (the TLV one, the configured size or the smallest); a union keeps its type field; basic ones by width",
          {complexMembers, "{}", kTlvList},
-         "5003 03 01 0002  5004 02 0102  5005 04 0001 0002  5006 02 01 2a  1007 0003  2008 00000005"
+         "5003 03 01 0002  5004 02 0102  5005 04 0001 0002  6006 0002 01 2a  1007 0003  2008 00000005"
          "  3009 3ff0000000000000  000a 01",
          R"({"c":{"x":1,"y":2},"a":[1,2],"v":[1,2],"u":{"a":42},"e":"GO","f":{"lo":true,"hi":true,"$raw":5},"d":1,"b":true})"},
     });

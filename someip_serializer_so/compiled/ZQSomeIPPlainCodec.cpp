@@ -1085,9 +1085,10 @@ public:
         return true;
     }
 
-    // A complex member: written apart with a 32-bit length field, then placed behind the length field
-    // of its wire type: 4 with the configured size when the sizes are static, else the smallest of
-    // 5..7 its length fits. The TLV length counts everything after it (a union's type field too).
+    // A complex member: written apart with a 32-bit length field, then placed behind a length field
+    // of the size configured for its kind, named by wire type 4 when sizes are static and by 5..7 when
+    // they are dynamic; with no configured size, the smallest of 5..7 its length fits. The TLV length
+    // counts everything after it (a union's type field too).
     bool tlvComplex(const Json::Node& v, const Param& m, const ZQSomeIPExtendAttr& container, int depth)
     {
         const uint32_t configured = lengthFieldSize(m.kind, m.attr);
@@ -1105,7 +1106,7 @@ public:
         }
         const std::vector<unsigned char>& bytes = scratch.to_buffer();
         const uint32_t length = static_cast<uint32_t>(bytes.size() - 4);
-        const uint32_t size = fixedSize ? configured : length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
+        const uint32_t size = configured > 0 ? configured : length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
         if (length > lengthCapacity(size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
