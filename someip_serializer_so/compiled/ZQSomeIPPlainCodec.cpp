@@ -202,18 +202,20 @@ locale_t cLocale()
     return c;
 }
 
-// Where the walk is, kept as a stack of names and indices and spelled out only for a message.
+// Where the walk is, kept as a stack of names and indices and spelled out only for a message. Every
+// value pushes and pops a part, so the stack only grows its storage and never gives it back.
 class Where {
 public:
-    Where() { parts_.reserve(16); }
-    void push(const std::string& name) { parts_.push_back({&name, 0}); }
-    void push(uint32_t index) { parts_.push_back({nullptr, index}); }
-    void pop() { parts_.pop_back(); }
+    Where() : parts_(16) {}
+    void push(const std::string& name) { put({&name, 0}); }
+    void push(uint32_t index) { put({nullptr, index}); }
+    void pop() { --depth_; }
     // "a.b[2].c", with `root` in front ("$" for JSON paths; nothing for decode messages).
     std::string text(const char* root) const
     {
         std::string out = root;
-        for (const Part& part : parts_) {
+        for (size_t i = 0; i < depth_; ++i) {
+            const Part& part = parts_[i];
             if (part.name == nullptr) {
                 out += '[' + std::to_string(part.index) + ']';
             } else {
@@ -231,7 +233,15 @@ private:
         const std::string* name;
         uint32_t index;
     };
+    void put(Part part)
+    {
+        if (depth_ == parts_.size()) {
+            parts_.resize(parts_.size() * 2);
+        }
+        parts_[depth_++] = part;
+    }
     std::vector<Part> parts_;
+    size_t depth_ = 0;
 };
 
 // ---------------------------------------------------------------------------------------------------
