@@ -583,6 +583,43 @@ TEST(FormatV2, LoadErrorsNameTheFileAndTheType)
     EXPECT_EQ(decode(*set, "01").text, R"({"g":"ON"})");
 }
 
+// ---- names, versions, error entries ------------------------------------------------------------------------
+
+TEST(FormatV2, NamesVersionsAndErrorEntries)
+{
+    const std::string u8 = R"([{"ParamName":"n","ParamType":"uint8_t"}])";
+    const std::string u16 = R"([{"ParamName":"n","ParamType":"uint16_t"}])";
+    auto service = [](const std::string& name, const std::string& version, const std::string& params) {
+        return R"({"ServiceName":")" + name + R"(","ServiceID":"4660",)" + version + R"("Methods":[{"MethodName":"Get",
+          "MethodID":"1","Params":[{"MethodType":"request","ParamsDetails":[]},
+          {"MethodType":"response","ParamsDetails":)" + params + R"(},
+          {"MethodType":"error","ParamsDetails":[{"ParamName":"reason","ParamType":"uint32_t"}]}]}]})";
+    };
+    convtest::TempDir dir;
+    const std::string file = dir.write("versions.json", R"({"FormatVersion":2,"Attribute":[)" + std::string(kBigEndian) +
+                                                             R"(],"Services":[)" + service("Old", R"("MajorVersion":1,)", u8) +
+                                                             "," + service("New", R"("MajorVersion":2,)", u16) + "," +
+                                                             service("Any", "", u8) + "]}");
+    ZQSomeIPPlainStatus status;
+    const auto set = ZQSomeIPFormatSet::load(file, status);
+    ASSERT_TRUE(set) << status.toJson();
+    const struct {
+        int interfaceVersion;
+        const char* service;  // whose format serves it
+    } cases[] = {{1, "Old"}, {2, "New"}, {3, "Any"}};
+    for (const auto& c : cases) {
+        const ZQSomeIPPlainMethod* m = set->find(0x1234, 1, 0x80, c.interfaceVersion);
+        ASSERT_NE(m, nullptr) << c.interfaceVersion;
+        EXPECT_EQ(m->serviceName, c.service);
+        EXPECT_EQ(m->methodName, "Get");
+    }
+    // An error response (0x81) takes the "error" entry's format, not the response's.
+    const Bytes reason = convtest::bytes("00000007");
+    std::string json;
+    ASSERT_TRUE(plainDecode(*set->find(0x1234, 1, 0x81, 2), reason.data(), reason.size(), json).ok());
+    EXPECT_EQ(json, R"({"reason":7})");
+}
+
 // ---- forward compatibility --------------------------------------------------------------------------------
 
 TEST(FormatV2, UnknownBytesAreSkippedWithAWarningUnlessStrict)
