@@ -12,6 +12,7 @@ pkg-config --exists jsoncpp 2>/dev/null  || need+=(libjsoncpp-dev)
 pkg-config --exists libpcap 2>/dev/null  || need+=(libpcap-dev)
 [ -f /usr/include/gtest/gtest.h ]        || need+=(libgtest-dev)
 [ -f /usr/include/CLI/CLI.hpp ]          || need+=(libcli11-dev)
+[ -f /usr/include/pugixml.hpp ]         || need+=(libpugixml-dev)
 # The .deb test: cpack's dependency list comes from dpkg-shlibdeps, which it runs on what file(1) says is ELF.
 command -v dpkg-shlibdeps >/dev/null 2>&1 || need+=(dpkg-dev)
 command -v file           >/dev/null 2>&1 || need+=(file)

@@ -1,0 +1,9 @@
+#include "readers.h"
+
+namespace ZQSomeIP {
+namespace import {
+
+void readArxml(const std::vector<const XmlInput*>&, FormatBuilder&, Report&) {}
+
+}  // namespace import
+}  // namespace ZQSomeIP

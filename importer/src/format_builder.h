@@ -1,0 +1,121 @@
+// The output side shared by both readers: services, their methods, events and fields, shared types and
+// attributes, gathered as version-2 format JSON and written deterministically; and the report.
+//
+// Readers describe parameters directly in the version-2 vocabulary (Json::Value objects with
+// "ParamName", "ParamType", "SubParams", "Attribute", ...), since that vocabulary is this project's
+// neutral model of a payload. What only the builder knows: the attribute keys and their units, the
+// entry layout of methods, events and fields, type names that stay unique, and the file layout.
+#ifndef ZQ_SOMEIP_IMPORT_FORMAT_BUILDER_H
+#define ZQ_SOMEIP_IMPORT_FORMAT_BUILDER_H
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <json/json.h>
+
+#include "ZQSomeIPImport.h"
+#include "xml_input.h"
+
+namespace ZQSomeIP {
+namespace import {
+
+// Bounds on what a description may ask for: beyond them an element is skipped and reported.
+constexpr int kMaxNesting = 48;                   // type nesting (the format set allows 64 in all)
+constexpr uint64_t kMaxArrayElements = 1u << 20;  // elements of one fixed array dimension
+constexpr uint64_t kMaxParameters = 500000;       // parameters written for one service
+
+class Report {
+public:
+    void skipped(const Place& at, const std::string& reason) { add(data_.skipped, at, reason); }
+    void approximated(const Place& at, const std::string& reason) { add(data_.approximated, at, reason); }
+    void unresolved(const Place& at, const std::string& reason) { add(data_.unresolved, at, reason); }
+    void duplicate(const Place& at, const std::string& reason) { add(data_.duplicates, at, reason); }
+    ZQSomeIPImportReport& data() { return data_; }
+
+private:
+    static void add(std::vector<ZQSomeIPImportIssue>& list, const Place& at, const std::string& reason)
+    {
+        list.push_back({at.file, at.line, at.path, reason});
+    }
+    ZQSomeIPImportReport data_;
+};
+
+// Serialization attributes in SOME/IP's own terms (sizes in bytes, as both description formats give
+// them); written out as the format's keys (sizes in bits). Defaults are SOME/IP's, not the lookup's.
+struct Attributes {
+    uint32_t arrayLength = 0;   // fixed arrays: no length field
+    uint32_t vectorLength = 4;
+    uint32_t structLength = 0;  // structures: no length field
+    uint32_t stringLength = 4;
+    uint32_t unionLength = 4;
+    uint32_t unionType = 4;
+    uint32_t alignment = 1;     // bytes: 1 none, 2, 4, 8
+    bool bigEndian = true;
+    bool utf16 = false;
+
+    bool operator==(const Attributes& o) const;
+    bool operator!=(const Attributes& o) const { return !(*this == o); }
+    // All nine keys.
+    Json::Value toJson() const;
+    // The keys whose values differ from `inherited` (for an element's "Attribute"); null when none do.
+    Json::Value differences(const Attributes& inherited) const;
+    // A length or type field size in bytes that the format can express (0, 1, 2, 4).
+    static bool fieldSize(uint64_t bytes) { return bytes == 0 || bytes == 1 || bytes == 2 || bytes == 4; }
+    static bool alignmentSize(uint64_t bytes) { return bytes == 1 || bytes == 2 || bytes == 4 || bytes == 8; }
+};
+
+class FormatBuilder {
+public:
+    explicit FormatBuilder(Report& report) : report_(report) {}
+
+    // A service to fill; one of the same ID and major version (-1: none) met before is replaced, and
+    // the replacement reported at `at`. Returns the service's index for the calls below.
+    size_t service(const Place& at, uint16_t id, int majorVersion, const std::string& name, const Attributes& attributes);
+
+    // A parameter list: the parameters, and keys for its "Params" element ("Attribute", "Tlv").
+    struct List {
+        Json::Value params{Json::arrayValue};
+        Json::Value keys{Json::objectValue};
+    };
+    // A method without a response is fire-and-forget.
+    void method(size_t service, const std::string& name, uint16_t id, const List& request, const List* response,
+                const List* error = nullptr);
+    void event(size_t service, const std::string& name, uint16_t id, const List& params);
+    // A field's getter (request empty, response the value), setter (request and response the value)
+    // and notifier (an event with the value); -1 for the ones it has not.
+    void field(size_t service, const std::string& name, int getter, int setter, int notifier, const List& value);
+
+    // A shared type: the name it gets in "Types" (unique; `preferred` when free, else with a suffix).
+    // `key` identifies the description element, so that it is defined once, however often used.
+    std::string typeName(const std::string& key, const std::string& preferred);
+    bool hasType(const std::string& key) const { return typeKeys_.count(key) != 0; }
+    void defineType(const std::string& name, Json::Value type);
+    // {"ParamName": name, "ParamType": "TYPEREF", "TypeRef": type}
+    static Json::Value typeRef(const std::string& name, const std::string& type);
+
+    // Counts and texts. Services in ID order, then major version; entries in ID order.
+    void finish(ZQSomeIPImportResult& result);
+
+private:
+    struct Service {
+        uint16_t id;
+        int majorVersion;
+        Json::Value json;
+    };
+    Json::Value document(const std::vector<const Service*>& services) const;
+    void usedTypes(const Json::Value& value, std::set<std::string>& names) const;
+
+    Report& report_;
+    std::vector<Service> services_;
+    std::map<std::string, std::string> typeKeys_;  // description element -> type name
+    std::set<std::string> typeNames_;
+    Json::Value types_{Json::objectValue};
+};
+
+}  // namespace import
+}  // namespace ZQSomeIP
+
+#endif
