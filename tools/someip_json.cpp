@@ -5,6 +5,7 @@
 //   someip-json encode --formats PATH --service ID --method ID --type TYPE [--json FILE] [--plain]
 //   someip-json decode|encode --formats PATH --stream FILE [--plain]
 //   someip-json capture FILE... --formats PATH [--port N] [--service ID] [--method ID] [--type TYPE] [--limit N]
+//   someip-json import FILE... -o OUT [--fibex|--arxml] [--report FILE] [--strict]
 //
 // Plain decoding (decode --plain, its stream, capture) also takes [--enum-style name|value|both]
 // [--scaled raw|physical|both] [--strict]; plain encoding takes [--scaled raw|physical|both].
@@ -28,6 +29,7 @@
 #include "ZQSomeIPVersion.h"
 #include "capture_command.h"
 #include "convert_commands.h"
+#include "import_command.h"
 #include "someip/zq_someip_log.h"
 #include "tool_support.h"
 
@@ -70,6 +72,7 @@ int main(int argc, char** argv)
     commands.push_back(makeDecodeCommand());
     commands.push_back(makeEncodeCommand());
     commands.push_back(makeCaptureCommand());
+    commands.push_back(makeImportCommand());
 
     std::vector<CLI::App*> parsers;
     for (const auto& command : commands) {

@@ -1,0 +1,140 @@
+#include "import_command.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "ZQSomeIPImport.h"
+#include "compiled/ZQSomeIPFormatSet.h"
+
+namespace someip_json {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Inputs from this size on get a progress line on a terminal: reading them takes a noticeable moment.
+constexpr size_t kLargeInput = 16u << 20;
+
+void writeText(const std::string& path, const std::string& text)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    out.close();
+    if (!out) {
+        fail(kExitUsage, "cannot write '" + path + "'");
+    }
+}
+
+// A written document must load: what the importer writes is for the format set to read.
+void checkLoads(const std::string& path)
+{
+    ZQSomeIP::ZQSomeIPPlainStatus status;
+    if (!ZQSomeIP::ZQSomeIPFormatSet::load(path, status)) {
+        fail(kExitFailed, "the imported document '" + path + "' does not load: " + status.message);
+    }
+}
+
+class ImportCommand : public Subcommand {
+public:
+    const char* name() const override { return "import"; }
+    const char* summary() const override
+    {
+        return "Write version-2 format files for FIBEX 4 or AUTOSAR ARXML descriptions";
+    }
+
+    void define(CLI::App& app) override
+    {
+        app.add_option("files", files_, "Description files (FIBEX or ARXML, told by the root element); - for "
+                                        "standard input")
+            ->required();
+        app.add_option("-o,--output", output_, "FILE.json: one document; a directory: one document per service; "
+                                               "-: one document on standard output")
+            ->required();
+        auto* fibex = app.add_flag("--fibex", fibex_, "Read every input as FIBEX");
+        app.add_flag("--arxml", arxml_, "Read every input as ARXML")->excludes(fibex);
+        app.add_option("--report", report_, "Write the report (counts, and every element skipped, approximated, "
+                                             "unresolved or duplicated, with file, line and path) as JSON to FILE");
+        app.add_flag("--strict", strict_, "Exit with status 1 when anything was skipped, approximated or unresolved");
+        app.add_flag("--quiet", quiet_, "No progress line on standard error");
+        app.footer("A summary line goes to standard error. Exit status: 0 success, 1 an input that is no "
+                   "description or (--strict) something left out, 2 bad arguments or unreadable files.");
+    }
+
+    int run() override
+    {
+        std::vector<ZQSomeIP::ZQSomeIPImportSource> sources;
+        size_t bytes = 0;
+        for (const std::string& file : files_) {
+            std::string text = file == "-" ? readAll(std::cin) : readFile(file, "description file");
+            bytes += text.size();
+            sources.push_back({file == "-" ? "<stdin>" : file, std::move(text)});
+        }
+        const bool progress = !quiet_ && bytes >= kLargeInput && isatty(STDERR_FILENO);
+        if (progress) {
+            fprintf(stderr, "import: reading %zu MB in %zu files...", bytes >> 20, sources.size());
+            fflush(stderr);
+        }
+        const auto dialect = fibex_ ? ZQSomeIP::ZQSomeIPImportDialect::Fibex
+                             : arxml_ ? ZQSomeIP::ZQSomeIPImportDialect::Arxml
+                                      : ZQSomeIP::ZQSomeIPImportDialect::Auto;
+        const ZQSomeIP::ZQSomeIPImportResult result = ZQSomeIP::importDescriptions(std::move(sources), dialect);
+        if (progress) {
+            fprintf(stderr, "\n");
+        }
+        if (!result.ok) {
+            fail(kExitFailed, result.error);
+        }
+        write(result);
+        if (!report_.empty()) {
+            writeText(report_, result.report.toJson() + "\n");
+        }
+        std::cerr << "import: " << result.report.summary() << "\n";
+        return strict_ && result.report.leftAnythingOut() ? kExitFailed : kExitOk;
+    }
+
+private:
+    void write(const ZQSomeIP::ZQSomeIPImportResult& result) const
+    {
+        if (output_ == "-") {
+            std::cout << result.formatText;
+            return;
+        }
+        if (fs::path(output_).extension() == ".json" && !fs::is_directory(output_)) {
+            writeText(output_, result.formatText);
+            checkLoads(output_);
+            return;
+        }
+        std::error_code error;
+        fs::create_directories(output_, error);
+        if (!fs::is_directory(output_)) {
+            fail(kExitUsage, "cannot create the directory '" + output_ + "'");
+        }
+        for (const ZQSomeIP::ZQSomeIPImportFile& f : result.perService) {
+            const std::string path = (fs::path(output_) / f.name).string();
+            writeText(path, f.text);
+            checkLoads(path);
+        }
+    }
+
+    std::vector<std::string> files_;
+    std::string output_;
+    std::string report_;
+    bool fibex_ = false;
+    bool arxml_ = false;
+    bool strict_ = false;
+    bool quiet_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<Subcommand> makeImportCommand() { return std::make_unique<ImportCommand>(); }
+
+} // namespace someip_json
