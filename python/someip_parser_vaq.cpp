@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "ZQSomeIPCapture.h"
+#include "ZQSomeIPImport.h"
 #include "ZQSomeIPParserAPI.h"
 #include "ZQSomeIPVersion.h"
 #include "capture_lines.h"
@@ -152,6 +153,19 @@ public:
         {
             py::gil_scoped_release nogil;
             set_ = ZQSomeIPFormatSet::load(path_, status);
+        }
+        if (!set_) {
+            raise(statusError(status));
+        }
+    }
+
+    // A set loaded from one document's text: `name` stands for its file in messages and in path.
+    Formats(std::string name, const std::string& text) : path_(std::move(name))
+    {
+        ZQSomeIPPlainStatus status;
+        {
+            py::gil_scoped_release nogil;
+            set_ = ZQSomeIPFormatSet::loadText(text, path_, status);
         }
         if (!set_) {
             raise(statusError(status));
@@ -474,6 +488,12 @@ PYBIND11_MODULE(someip_parser_vaq, m)
         "Format descriptions loaded once from a file or a directory tree of *.json files. Plain calls share\n"
         "the loaded set between threads; classic calls take turns on one classic API.")
         .def(py::init<std::string>(), "path"_a)
+        .def_static("from_text",
+                    [](const std::string& text, std::string name) {
+                        return std::make_shared<Formats>(std::move(name), text);
+                    },
+                    "text"_a, "name"_a = "<text>",
+                    "Formats from one format document given as text (what import_descriptions returns)")
         .def_property_readonly("path", &Formats::path)
         .def("__len__", &Formats::methodCount, "The number of method formats loaded")
         .def("__repr__", [](const Formats& f) {
@@ -499,6 +519,32 @@ PYBIND11_MODULE(someip_parser_vaq, m)
              "Classic parameter list with values (JSON text) -> payload bytes")
         .def("method_format", &Formats::methodFormat, "service"_a, "method"_a, "type"_a,
              "The classic parameter list of a message (JSON text)");
+
+    m.def("import_descriptions",
+          [](std::vector<std::string> paths, std::string_view dialect) {
+              ZQSomeIP::ZQSomeIPImportDialect d = ZQSomeIP::ZQSomeIPImportDialect::Auto;
+              if (dialect == "fibex") {
+                  d = ZQSomeIP::ZQSomeIPImportDialect::Fibex;
+              } else if (dialect == "arxml") {
+                  d = ZQSomeIP::ZQSomeIPImportDialect::Arxml;
+              } else if (dialect != "auto") {
+                  throw py::value_error("dialect: expected 'auto', 'fibex' or 'arxml', not '" + std::string(dialect) + "'");
+              }
+              ZQSomeIP::ZQSomeIPImportResult result;
+              {
+                  py::gil_scoped_release nogil;
+                  result = ZQSomeIP::importDescriptions(paths, d);
+              }
+              if (!result.ok) {
+                  raise(makeError("import_failed", result.error, py::none(), py::none()));
+              }
+              return py::make_tuple(text(result.formatText), loads(result.report.toJson()));
+          },
+          "paths"_a, py::kw_only(), "dialect"_a = "auto",
+          "FIBEX 4 or AUTOSAR ARXML description files -> (format document text, report dict). The text loads\n"
+          "with Formats.from_text; the report counts what was imported and lists every element skipped,\n"
+          "approximated, unresolved or duplicated with its file, line and path. dialect: 'auto' (told by the\n"
+          "root element), 'fibex' or 'arxml'. An input that is no description raises Error ('import_failed').");
 
     py::class_<CaptureIterator>(m, "CaptureIterator")
         .def("__iter__", [](CaptureIterator& it) -> CaptureIterator& { return it; })

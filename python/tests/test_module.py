@@ -198,3 +198,26 @@ def test_capture_records_without_a_format_keep_their_bytes(sp, tmp_path):
     assert record["error"]["code"] == "unknown_message"
     event, payload = (tmp_path / "bulk.txt").read_text().splitlines()[0].split()
     assert (record["method"], record["raw"]) == (int(event), payload)
+
+
+def test_formats_from_text_and_import_failures(sp, tmp_path):
+    document = {"FormatVersion": 2, "Services": [{"ServiceID": "4660", "Attribute": {"ByteOrderEnum": "BYTE_ORDER_BIG_ENDIAN"},
+                "Events": [{"EventID": "1", "Params": [{"MethodType": "event",
+                                                        "ParamsDetails": [{"ParamName": "n", "ParamType": "uint16_t"}]}]}]}]}
+    assert sp.Formats.from_text(json.dumps(document)).decode(0x1234, 1, 2, b"\x00\x07") == {"n": 7}
+    with pytest.raises(sp.Error) as caught:
+        sp.Formats.from_text("{", "mine.json")
+    assert (caught.value.code, caught.value.path) == ("bad_format_file", "mine.json")
+
+    empty = tmp_path / "empty.arxml"
+    empty.write_text("<AUTOSAR/>")
+    text, report = sp.import_descriptions([str(empty)])
+    assert json.loads(text) == {"FormatVersion": 2, "Services": []}
+    assert report["services"] == 0 and report["skipped"] == []
+    broken = tmp_path / "broken.arxml"
+    broken.write_text("<AUTOSAR>")
+    with pytest.raises(sp.Error) as caught:
+        sp.import_descriptions([str(broken)])
+    assert caught.value.code == "import_failed" and "broken.arxml:1" in caught.value.message
+    with pytest.raises(ValueError):
+        sp.import_descriptions([str(empty)], dialect="xml")

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -377,15 +378,39 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
         return nullptr;
     }
 
+    return build(rules, files, [&status](const std::string& file, std::string& text) {
+        std::ifstream stream(file, std::ios::in | std::ios::binary);
+        text.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+        if (!stream.good() && !stream.eof()) {
+            status = loadError(ZQSomeIPPlainError::FileError, file, "cannot be read");
+            return false;
+        }
+        return true;
+    }, status);
+}
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadText(const std::string& text, const std::string& name,
+                                                                     ZQSomeIPPlainStatus& status)
+{
+    status = ZQSomeIPPlainStatus();
+    ZQSomeIPFormatAnalyzer rules;
+    return build(rules, {name}, [&text](const std::string&, std::string& out) {
+        out = text;
+        return true;
+    }, status);
+}
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
+    ZQSomeIPFormatAnalyzer& rules, const std::vector<std::string>& files,
+    const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status)
+{
     std::deque<Json::Value> documents;
     std::vector<int> versions;
     std::vector<std::string> names;
     ZQSomeIPFormatIndex index;
+    std::string text;
     for (const std::string& file : files) {
-        std::ifstream stream(file, std::ios::in | std::ios::binary);
-        std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-        if (!stream.good() && !stream.eof()) {
-            status = loadError(ZQSomeIPPlainError::FileError, file, "cannot be read");
+        if (!read(file, text)) {
             return nullptr;
         }
         Json::Reader reader;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -12,6 +13,8 @@
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
+
+class ZQSomeIPFormatAnalyzer;
 
 // What went wrong in the plain API, as a code a program can branch on. Names (for JSON and messages)
 // come from plainErrorName().
@@ -155,6 +158,9 @@ struct ZQSomeIPPlainMethod {
 class ZQSomeIPFormatSet {
 public:
     static std::shared_ptr<const ZQSomeIPFormatSet> load(const std::string& path, ZQSomeIPPlainStatus& status);
+    // One format document given as text (an importer's output, say); `name` stands for its file in messages.
+    static std::shared_ptr<const ZQSomeIPFormatSet> loadText(const std::string& text, const std::string& name,
+                                                             ZQSomeIPPlainStatus& status);
 
     // The method format of a message, or null. Message type 0x81 (error) takes the entry whose
     // "MethodType" is "error" where there is one, else the response's. With an interface version
@@ -166,6 +172,10 @@ public:
     using Table = std::unordered_map<uint64_t, std::shared_ptr<const ZQSomeIPPlainMethod>>;
 
 private:
+    static std::shared_ptr<const ZQSomeIPFormatSet> build(
+        ZQSomeIPFormatAnalyzer& rules, const std::vector<std::string>& files,
+        const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status);
+
     Table methods_;                // what the classic lookup finds
     Table errors_;                 // "MethodType": "error" entries, by their response key
     Table unversioned_;            // the last match among services without a "MajorVersion"
