@@ -1,6 +1,7 @@
 #include "format_builder.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <sstream>
 
@@ -155,29 +156,22 @@ void FormatBuilder::field(size_t service, const std::string& name, int getter, i
 {
     Json::Value& fields = services_[service].json["Fields"];
     const List none;
-    if (getter >= 0) {
+    // One entry per role: the lookup tells them apart by ID, and each has its own message layouts.
+    auto add = [&](const char* idKey, int id, std::initializer_list<std::pair<const char*, const List*>> lists) {
+        if (id < 0) {
+            return;
+        }
         Json::Value f(Json::objectValue);
         f["FieldName"] = name;
-        f["MethodID"] = std::to_string(getter);
-        f["Params"].append(list("request", none));
-        f["Params"].append(list("response", value));
+        f[idKey] = std::to_string(id);
+        for (const auto& l : lists) {
+            f["Params"].append(list(l.first, *l.second));
+        }
         fields.append(std::move(f));
-    }
-    if (setter >= 0) {
-        Json::Value f(Json::objectValue);
-        f["FieldName"] = name;
-        f["MethodID"] = std::to_string(setter);
-        f["Params"].append(list("request", value));
-        f["Params"].append(list("response", value));
-        fields.append(std::move(f));
-    }
-    if (notifier >= 0) {
-        Json::Value f(Json::objectValue);
-        f["FieldName"] = name;
-        f["EventID"] = std::to_string(notifier);
-        f["Params"].append(list("event", value));
-        fields.append(std::move(f));
-    }
+    };
+    add("MethodID", getter, {{"request", &none}, {"response", &value}});
+    add("MethodID", setter, {{"request", &value}, {"response", &value}});
+    add("EventID", notifier, {{"event", &value}});
 }
 
 std::string FormatBuilder::typeName(const std::string& key, const std::string& preferred)
