@@ -1,0 +1,63 @@
+// One index over every ARXML input: each element with a SHORT-NAME under its absolute short-name path
+// (/Package/SubPackage/Element/...), and references resolved through it. Joining elements by anything
+// but these paths (short names alone, document order) would pair the wrong ones as soon as two packages
+// reuse a name, which real exports do all the time.
+#ifndef ZQ_SOMEIP_IMPORT_ARXML_INDEX_H
+#define ZQ_SOMEIP_IMPORT_ARXML_INDEX_H
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "format_builder.h"
+#include "xml_input.h"
+
+namespace ZQSomeIP {
+namespace import {
+
+// An element and the file it stands in (for lines in the report).
+struct Element {
+    const XmlInput* input = nullptr;
+    pugi::xml_node node;
+    explicit operator bool() const { return input != nullptr && node; }
+    std::string_view kind() const { return localName(node); }
+};
+
+class PathIndex {
+public:
+    // Walks every input once. Elements whose local name is in `collect` are also listed by kind, in
+    // input and document order. A path defined twice (packages aside, which merge across files) is
+    // reported; the later definition wins, as for services.
+    PathIndex(const std::vector<const XmlInput*>& inputs, const std::vector<std::string_view>& collect, Report& report);
+
+    // The element at an absolute path; empty when there is none.
+    Element find(const std::string& path) const;
+    // The element a reference (an element whose text is a path: *-REF, *-TREF) names, relative paths
+    // taken against the reference base its BASE attribute (or the default base) names. An empty result
+    // has been reported as unresolved, at the reference; so has an element of another kind than the
+    // reference's DEST attribute says.
+    Element resolve(const Element& ref) const;
+    // resolve() on the first child of `owner` with that local name; empty (and not reported) when the
+    // child is absent.
+    Element resolveChild(const Element& owner, std::string_view refName) const;
+
+    const std::vector<Element>& all(std::string_view kind) const;
+    // The short-name path of an element, or of the nearest one above it that has a short name.
+    static std::string pathOf(pugi::xml_node node);
+    static std::string shortName(pugi::xml_node node) { return childText(node, "SHORT-NAME"); }
+    static Place place(const Element& e) { return e.input->place(e.node, pathOf(e.node)); }
+
+private:
+    std::string absolute(const Element& ref, const std::string& text, std::string& why) const;
+
+    Report& report_;
+    std::unordered_map<std::string, Element> paths_;
+    std::map<std::string, std::vector<Element>, std::less<>> kinds_;
+};
+
+}  // namespace import
+}  // namespace ZQSomeIP
+
+#endif

@@ -1,0 +1,88 @@
+// ARXML data types and serialization properties, written as version-2 parameters and shared types.
+#ifndef ZQ_SOMEIP_IMPORT_ARXML_TYPES_H
+#define ZQ_SOMEIP_IMPORT_ARXML_TYPES_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "arxml_index.h"
+
+namespace ZQSomeIP {
+namespace import {
+
+// What one set of SOME/IP transformation properties says, each setting only where it is given, so
+// that it can be laid over whatever an element inherits. Sizes in bytes, as the description has them.
+struct SerializationProps {
+    bool ok = true;  // false: a value the format cannot express (reported once, where the props stand)
+    std::optional<uint32_t> arrayLength, stringLength, structLength, unionLength, unionType, alignment;
+    std::optional<bool> bigEndian, utf16, dynamicLengthFieldSize, legacyStrings;
+
+    static SerializationProps read(const Element& props, Report& report);
+    Attributes over(Attributes a) const;
+    // The element's "Attribute": the keys in which `mine` differs from `inherited`, and the settings
+    // only the element's own keys can say (legacy strings, TLV length field sizes when `tlv`).
+    Json::Value attribute(const Attributes& mine, const Attributes& inherited, bool tlv) const;
+};
+
+// Per-element overrides: the props for a data prototype (an argument, event or field: its root) as a
+// whole (target empty) or for a member somewhere inside its type (target: the member's path).
+struct Override {
+    std::string target;
+    const SerializationProps* props;
+};
+using Overrides = std::map<std::string, std::vector<Override>>;
+
+class TypeWriter {
+public:
+    // Where a data prototype stands: the attributes of its parameter list, its path (for overrides), and
+    // the TLV data IDs in force (element path -> data ID; the key names the sets, since a type's members
+    // carry different IDs under different sets).
+    struct Use {
+        Attributes list;
+        const SerializationProps* listProps = nullptr;
+        std::string root;
+        const std::map<std::string, uint32_t>* dataIds = nullptr;
+        std::string tlvKey;
+    };
+
+    TypeWriter(const PathIndex& index, FormatBuilder& out, Report& report, const Overrides& overrides)
+        : index_(index), out_(out), report_(report), overrides_(overrides)
+    {
+    }
+
+    // The parameter a data prototype (VARIABLE-DATA-PROTOTYPE, ARGUMENT-DATA-PROTOTYPE, FIELD) writes, by
+    // its TYPE-TREF; false when it cannot be written (the cause reported where it stands).
+    bool prototype(const Element& proto, const Use& use, Json::Value& out);
+
+private:
+    bool named(const Element& type, const std::string& name, const Use& use, int depth, Json::Value& out);
+    bool body(const Element& type, const Use& use, int depth, Json::Value& out);
+    bool member(const Element& element, const Use& use, int depth, Json::Value& out);
+    bool members(const std::vector<Element>& list, const Use& use, int depth, Json::Value& out);
+    bool array(const Element& type, const Use& use, int depth, Json::Value& out);
+    bool scalar(const Element& type, const Use& use, int depth, std::string& basic);
+    bool compu(const Element& method, const std::string& basic, Json::Value& out);
+    Element referenced(const Element& type);
+    std::vector<Element> templateArguments(const Element& type) const;
+    void overrideAttribute(const std::string& path, const Use& use, Json::Value& param);
+    bool fail(const Element& at, const std::string& reason);
+
+    const PathIndex& index_;
+    FormatBuilder& out_;
+    Report& report_;
+    const Overrides& overrides_;
+    std::map<std::string, std::string> done_;  // shared type key -> its name; empty: it cannot be written
+    std::set<std::string> open_;               // types being written: met again, they form a cycle
+};
+
+// The reference inside SW-DATA-DEF-PROPS (-> VARIANTS -> CONDITIONAL) of that name.
+pugi::xml_node definitionProperty(pugi::xml_node owner, std::string_view name);
+
+}  // namespace import
+}  // namespace ZQSomeIP
+
+#endif

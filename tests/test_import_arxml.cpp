@@ -1,0 +1,33 @@
+// The ARXML reader: one sample per group of mapping rules, each beside the format file expected of
+// it, with payloads written by hand from the description's wire rules; broken descriptions through
+// the report.
+#include <gtest/gtest.h>
+
+#include "import_test_support.h"
+
+namespace {
+
+using importtest::Case;
+
+TEST(ImportArxml, Samples)
+{
+    const Case cases[] = {
+        // Interface, types and deployment in three files, joined by paths (relative ones through
+        // reference bases); a second interface of the same short names stays apart.
+        {.inputs = {"arxml/seat/interface.arxml", "arxml/seat/types.arxml", "arxml/seat/deployment.arxml"},
+         .expected = "arxml/seat/expected.json",
+         .payloads = {{0x1234, 0x8001, 0x02, "0005 fffffffe 07", R"({"Moved":{"x":-2,"tilt":7}})"},
+                      {0x1234, 1, 0x00, "03 03", R"({"level":3,"gear":"DRIVE"})"},
+                      {0x1234, 1, 0x80, "00 01", R"({"gear":"PARK","done":true})"},
+                      {0x1234, 2, 0x01, "", "{}"},
+                      {0x1234, 0x11, 0x00, "0190", R"({"Height":400})"},
+                      {0x1234, 0x8010, 0x02, "0190", R"({"Height":400})"},
+                      {0x1235, 0x8001, 0x02, "2a", R"({"Moved":42})"}},
+         .reported = {}},
+    };
+    for (const Case& c : cases) {
+        importtest::check(c);
+    }
+}
+
+}  // namespace
