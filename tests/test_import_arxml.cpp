@@ -24,6 +24,16 @@ TEST(ImportArxml, Samples)
                       {0x1234, 0x8010, 0x02, "0190", R"({"Height":400})"},
                       {0x1235, 0x8001, 0x02, "2a", R"({"Moved":42})"}},
          .reported = {}},
+        // Arrays, vectors, strings, a variant, a union and a map under compact little-endian properties
+        // (1-byte array and string length fields, 2-byte union length, 1-byte selector), an argument's
+        // 2-byte string length override, and an event's legacy strings (no BOM, no terminator).
+        {.inputs = {"arxml/containers/containers.arxml"},
+         .expected = "arxml/containers/expected.json",
+         .payloads = {{0x2000, 1, 0x00, "03 010203  08 0600 efbbbf 6869 00  02 0500  0100 01 07  07 01 05 efbbbf 61 00",
+                       R"({"codes":[1,2,3],"names":["hi"],"limits":[5],"choice":{"uint8_t":7},"table":[{"key":1,"value":"a"}]})"},
+                      {0x2000, 1, 0x80, "0100 01 09", R"({"status":{"code":9}})"},
+                      {0x2000, 0x8001, 0x02, "00000002 6869", R"({"Label":"hi"})"}},
+         .reported = {}},
     };
     for (const Case& c : cases) {
         importtest::check(c);

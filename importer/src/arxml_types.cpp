@@ -1,5 +1,6 @@
 #include "arxml_types.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -208,8 +209,12 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
         out["ParamType"] = basic;
         return true;
     }
+    // Overrides of members inside the root's types make those types the root's own.
     const auto overridden = overrides_.find(use.root);
-    const std::string key = path + "|" + use.tlvKey + (overridden != overrides_.end() ? "|" + use.root : "");
+    const bool inside = overridden != overrides_.end() &&
+                        std::any_of(overridden->second.begin(), overridden->second.end(),
+                                    [](const Override& o) { return !o.target.empty(); });
+    const std::string key = path + "|" + use.tlvKey + (inside ? "|" + use.root : "");
     auto known = done_.find(key);
     if (known == done_.end()) {
         Json::Value definition;
