@@ -49,3 +49,109 @@ TEST(ImportFibex, Samples)
 }
 
 }  // namespace
+
+namespace {
+
+// One service "S" (ID `serviceId`) whose method "M" takes one parameter "p" of data type `type`, with
+// `use` inside the parameter, the data types `types` beside the basic ones, and codings of 8 and 12
+// bits and a non-linear conversion.
+std::string fibex(const std::string& type, const std::string& use = "", const std::string& types = "",
+                  const std::string& serviceId = "256")
+{
+    return R"(<fx:FIBEX xmlns:fx="f" xmlns:ho="h" xmlns:s="s" xmlns:xsi="x"><fx:ELEMENTS>
+<fx:SERVICE-INTERFACES><fx:SERVICE-INTERFACE><ho:SHORT-NAME>S</ho:SHORT-NAME>
+<fx:SERVICE-IDENTIFIER>)" + serviceId + R"(</fx:SERVICE-IDENTIFIER><s:METHODS><s:METHOD><ho:SHORT-NAME>M</ho:SHORT-NAME>
+<s:METHOD-IDENTIFIER>1</s:METHOD-IDENTIFIER><s:INPUT-PARAMETERS><s:INPUT-PARAMETER><ho:SHORT-NAME>p</ho:SHORT-NAME>
+<fx:DATATYPE-REF ID-REF=")" + type + R"("/>)" + use + R"(</s:INPUT-PARAMETER></s:INPUT-PARAMETERS></s:METHOD></s:METHODS>
+</fx:SERVICE-INTERFACE></fx:SERVICE-INTERFACES><fx:DATATYPES>
+<fx:DATATYPE ID="u8" xsi:type="fx:COMMON-DATATYPE-TYPE"><ho:SHORT-NAME>U8</ho:SHORT-NAME><fx:CODING-REF ID-REF="c8"/></fx:DATATYPE>
+<fx:DATATYPE ID="u12" xsi:type="fx:COMMON-DATATYPE-TYPE"><ho:SHORT-NAME>U12</ho:SHORT-NAME><fx:CODING-REF ID-REF="c12"/></fx:DATATYPE>
+<fx:DATATYPE ID="curve" xsi:type="fx:COMMON-DATATYPE-TYPE"><ho:SHORT-NAME>Curve</ho:SHORT-NAME><fx:CODING-REF ID-REF="cc"/></fx:DATATYPE>
+)" + types + R"(</fx:DATATYPES></fx:ELEMENTS><fx:PROCESSING-INFORMATION><fx:CODINGS>
+<fx:CODING ID="c8"><ho:CODED-TYPE ho:BASE-DATA-TYPE="A_UINT8"/></fx:CODING>
+<fx:CODING ID="c12"><ho:CODED-TYPE ho:BASE-DATA-TYPE="A_UINT16"><ho:BIT-LENGTH>12</ho:BIT-LENGTH></ho:CODED-TYPE></fx:CODING>
+<fx:CODING ID="cc"><ho:SHORT-NAME>CurveCoding</ho:SHORT-NAME><ho:CODED-TYPE ho:BASE-DATA-TYPE="A_UINT8"/><ho:COMPU-METHODS><ho:COMPU-METHOD>
+<ho:CATEGORY>RAT-FUNC</ho:CATEGORY></ho:COMPU-METHOD></ho:COMPU-METHODS></fx:CODING>
+</fx:CODINGS></fx:PROCESSING-INFORMATION></fx:FIBEX>)";
+}
+
+std::string structure(const std::string& id, const std::string& members, const char* cls = "STRUCTURE")
+{
+    return R"(<fx:DATATYPE ID=")" + id + R"(" xsi:type="fx:COMPLEX-DATATYPE-TYPE"><ho:SHORT-NAME>)" + id +
+           "</ho:SHORT-NAME><fx:COMPLEX-DATATYPE-CLASS>" + cls + "</fx:COMPLEX-DATATYPE-CLASS><fx:MEMBERS>" + members +
+           "</fx:MEMBERS></fx:DATATYPE>";
+}
+
+std::string member(const std::string& name, const std::string& type, const std::string& more = "")
+{
+    return "<fx:MEMBER><ho:SHORT-NAME>" + name + R"(</ho:SHORT-NAME><fx:DATATYPE-REF ID-REF=")" + type + R"("/>)" + more +
+           "</fx:MEMBER>";
+}
+
+std::string sizes(const std::string& inner) { return "<fx:UTILIZATION><fx:SERIALIZATION-ATTRIBUTES>" + inner + "</fx:SERIALIZATION-ATTRIBUTES></fx:UTILIZATION>"; }
+
+std::string dimension(const std::string& min, const std::string& max)
+{
+    return "<fx:ARRAY-DECLARATION><fx:ARRAY-DIMENSION><fx:DIMENSION>1</fx:DIMENSION><fx:MINIMUM-SIZE>" + min +
+           "</fx:MINIMUM-SIZE><fx:MAXIMUM-SIZE>" + max + "</fx:MAXIMUM-SIZE></fx:ARRAY-DIMENSION></fx:ARRAY-DECLARATION>";
+}
+
+// 60 typedefs, each of the next: deeper than any format may nest.
+std::string typedefChain()
+{
+    std::string types;
+    for (int i = 0; i < 60; ++i) {
+        types += structure("t" + std::to_string(i), member("v", i == 59 ? "u8" : "t" + std::to_string(i + 1)), "TYPEDEF");
+    }
+    return types;
+}
+
+TEST(ImportFibex, BrokenDescriptionsAreReportedAndTheirElementsSkipped)
+{
+    const struct {
+        const char* what;
+        std::string document;
+        const char* list;    // the report list expected to hold the entry
+        const char* reason;  // part of its reason
+        const char* path;    // its short-name path
+        bool methodWritten;  // whether method M still is
+    } cases[] = {
+        {"dangling reference", fibex("nowhere"), "unresolved", "data type \"nowhere\" is not described", "/S/M/p", false},
+        {"cycle", fibex("A", "", structure("A", member("self", "A"))), "skipped", "contains itself", "/A", false},
+        {"service ID out of range", fibex("u8", "", "", "70000"), "skipped", "service ID \"70000\" is not a number", "/S", false},
+        {"absurd array", fibex("u8", dimension("1000000000000", "1000000000000")), "skipped", "not a count up to", "/S/M/p", false},
+        {"huge fixed array", fibex("u8", dimension("2000000", "2000000")), "skipped", "an array of 2000000 elements", "/S/M/p", false},
+        {"deep nesting", fibex("t0", "", typedefChain()), "skipped", "nested deeper than 48 levels", "/t48", false},
+        {"12-bit integer", fibex("u12"), "skipped", "a 12-bit integer", "/S/M/p", false},
+        {"union member without index", fibex("U", sizes(""), structure("U", member("a", "u8"), "UNION")), "skipped",
+         "without an INDEX", "/U/a", false},
+        {"a size that would reach a nested structure", fibex("Outer", sizes("<fx:LENGTH-FIELD-SIZE>32</fx:LENGTH-FIELD-SIZE>"),
+                                                             structure("Inner", member("x", "u8")) +
+                                                                 structure("Outer", member("inner", "Inner"))),
+         "skipped", "would also reach elements inside it", "/S/M/p", false},
+        {"non-linear conversion", fibex("curve"), "approximated", "the RAT-FUNC conversion is left out", "/CurveCoding", true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto r = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"in.xml", c.document}});
+        ASSERT_TRUE(r.ok) << r.error;
+        const auto& list = std::string(c.list) == "unresolved" ? r.report.unresolved
+                           : std::string(c.list) == "approximated" ? r.report.approximated
+                                                                   : r.report.skipped;
+        const auto found = std::find_if(list.begin(), list.end(), [&](const auto& i) { return i.reason.find(c.reason) != std::string::npos; });
+        ASSERT_NE(found, list.end()) << importtest::reasons(r.report);
+        EXPECT_EQ(found->path, c.path);
+        EXPECT_EQ(found->file, "in.xml");
+        EXPECT_GT(found->line, 0u);
+        EXPECT_EQ(r.report.methods, c.methodWritten ? 1u : 0u) << importtest::reasons(r.report);
+    }
+    // The same service, data types and codings described again in another file: the later wins, reported.
+    const auto twice = ZQSomeIP::importDescriptions(
+        std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"a.xml", fibex("u8")}, {"b.xml", fibex("u8")}});
+    EXPECT_EQ(twice.report.services, 1u);
+    ASSERT_EQ(twice.report.duplicates.size(), 7u);  // the service, three data types, three codings
+    const auto& service = twice.report.duplicates.back();
+    EXPECT_EQ(service.file + ":" + std::to_string(service.line) + " " + service.path, "b.xml:2 /S");
+}
+
+}  // namespace
