@@ -34,6 +34,15 @@ TEST(ImportArxml, Samples)
                       {0x2000, 1, 0x80, "0100 01 09", R"({"status":{"code":9}})"},
                       {0x2000, 0x8001, 0x02, "00000002 6869", R"({"Label":"hi"})"}},
          .reported = {}},
+        // TLV: a structure's members by data ID (an optional one absent in the second payload; the
+        // string's own 1-byte length field makes wire type 5), arguments by data ID with wire type 4.
+        {.inputs = {"arxml/tlv/tlv.arxml"},
+         .expected = "arxml/tlv/expected.json",
+         .payloads = {{0x3000, 0x8001, 0x02, "0010 1001 0015 5002 06 efbbbf 6162 00 0003 02",
+                       R"({"Changed":{"temp":21,"label":"ab","fan":2}})"},
+                      {0x3000, 0x8001, 0x02, "0007 1001 0015 0003 02", R"({"Changed":{"temp":21,"fan":2}})"},
+                      {0x3000, 1, 0x00, "000a 05 400b 00000005 efbbbf 78 00", R"({"mode":5,"note":"x"})"}},
+         .reported = {}},
     };
     for (const Case& c : cases) {
         importtest::check(c);

@@ -155,6 +155,7 @@ void TypeWriter::overrideAttribute(const std::string& path, const Use& use, Json
     }
     for (const Override& o : at->second) {
         if ((o.target.empty() ? use.root : o.target) == path) {
+            ++overridesApplied_;
             const Json::Value a = o.props->attribute(o.props->over(use.list), use.list, false);
             if (!a.isNull()) {
                 param["Attribute"] = a;
@@ -209,29 +210,42 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
         out["ParamType"] = basic;
         return true;
     }
-    // Overrides of members inside the root's types make those types the root's own.
+    // An override of a member inside makes the type the root's own; which types hold one shows only
+    // once they are written, so under such a root a type is written before it is looked up.
+    const std::string plain = path + "|" + use.tlvKey;
     const auto overridden = overrides_.find(use.root);
     const bool inside = overridden != overrides_.end() &&
                         std::any_of(overridden->second.begin(), overridden->second.end(),
                                     [](const Override& o) { return !o.target.empty(); });
-    const std::string key = path + "|" + use.tlvKey + (inside ? "|" + use.root : "");
-    auto known = done_.find(key);
+    const std::string own = plain + "|" + use.root;
+    auto known = done_.find(inside ? own : plain);
     if (known == done_.end()) {
         Json::Value definition;
+        const size_t before = overridesApplied_;
         open_.insert(path);
         const bool ok = body(type, use, depth + 1, definition);
         open_.erase(path);
-        std::string typeName;
-        if (ok) {
-            typeName = out_.typeName(key, PathIndex::shortName(type.node));
-            out_.defineType(typeName, std::move(definition));
+        const bool applied = overridesApplied_ != before;
+        const std::string key = applied ? own : plain;
+        known = done_.find(key);
+        if (known == done_.end()) {
+            SharedType shared{std::string(), applied};
+            if (ok) {
+                shared.name = out_.typeName(key, PathIndex::shortName(type.node));
+                out_.defineType(shared.name, std::move(definition));
+            }
+            known = done_.emplace(key, shared).first;
         }
-        known = done_.emplace(key, typeName).first;
+        if (inside && !applied) {
+            done_.emplace(own, known->second);
+        }
+    } else if (known->second.overridden) {
+        ++overridesApplied_;  // the enclosing type holds an override too
     }
-    if (known->second.empty()) {
+    if (known->second.name.empty()) {
         return false;
     }
-    out = FormatBuilder::typeRef(name, known->second);
+    out = FormatBuilder::typeRef(name, known->second.name);
     return true;
 }
 

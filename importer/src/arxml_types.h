@@ -75,7 +75,12 @@ private:
     FormatBuilder& out_;
     Report& report_;
     const Overrides& overrides_;
-    std::map<std::string, std::string> done_;  // shared type key -> its name; empty: it cannot be written
+    struct SharedType {
+        std::string name;  // empty: it cannot be written
+        bool overridden;   // it holds a member's override
+    };
+    std::map<std::string, SharedType> done_;  // by element path and context
+    size_t overridesApplied_ = 0;
     std::set<std::string> open_;               // types being written: met again, they form a cycle
 };
 
