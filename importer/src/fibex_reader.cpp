@@ -171,7 +171,7 @@ private:
     }
 
     // An entry's ID, checked for range and for its use by an earlier entry of the service.
-    bool entryId(const Ref& e, const Place& at, const std::string& text, const char* what, std::set<uint64_t>& used, uint64_t& id)
+    bool entryId(const Place& at, const std::string& text, const char* what, std::set<uint64_t>& used, uint64_t& id)
     {
         if (!parseUnsigned(text, 0xFFFF, id)) {
             report_.skipped(at, std::string(what) + " ID \"" + text + "\" is not a number from 0 to 65535; skipped");
@@ -181,7 +181,6 @@ private:
             report_.duplicate(at, std::string(what) + " ID " + std::to_string(id) + " is used before in this service; this one is skipped");
             return false;
         }
-        (void)e;
         return true;
     }
 
@@ -190,7 +189,7 @@ private:
         const std::string name = childText(m.node, "SHORT-NAME"), path = servicePath + "/" + name;
         const Place at = m.place(path);
         uint64_t id = 0;
-        if (!entryId(m, at, childText(m.node, "METHOD-IDENTIFIER"), "method", ids, id)) {
+        if (!entryId(at, childText(m.node, "METHOD-IDENTIFIER"), "method", ids, id)) {
             return;
         }
         const std::string semantic = childText(m.node, "CALL-SEMANTIC");
@@ -213,7 +212,7 @@ private:
         const std::string name = childText(e.node, "SHORT-NAME"), path = servicePath + "/" + name;
         const Place at = e.place(path);
         uint64_t id = 0;
-        if (!entryId(e, at, childText(e.node, "METHOD-IDENTIFIER"), "event", ids, id)) {
+        if (!entryId(at, childText(e.node, "METHOD-IDENTIFIER"), "event", ids, id)) {
             return;
         }
         FormatBuilder::List params;
@@ -244,7 +243,7 @@ private:
                 continue;
             }
             uint64_t id = 0;
-            if (!entryId(f, at, childText(a, accessors[i].idElement), accessors[i].what, *accessors[i].used, id)) {
+            if (!entryId(at, childText(a, accessors[i].idElement), accessors[i].what, *accessors[i].used, id)) {
                 return;
             }
             ids[i] = static_cast<int>(id);
