@@ -43,10 +43,53 @@ TEST(ImportArxml, Samples)
                       {0x3000, 0x8001, 0x02, "0007 1001 0015 0003 02", R"({"Changed":{"temp":21,"fan":2}})"},
                       {0x3000, 1, 0x00, "000a 05 400b 00000005 efbbbf 78 00", R"({"mode":5,"note":"x"})"}},
          .reported = {}},
+        // Each broken element is left out with its reason; what stands is imported.
+        {.inputs = {"arxml/broken/broken.arxml"},
+         .expected = "arxml/broken/expected.json",
+         .payloads = {{0x4000, 1, 0x00, "07", R"({"x":7})"},
+                      {0x4000, 3, 0x80, "07", R"({"Half":7})"},
+                      {0x4000, 0x8008, 0x02, "07", R"({"Raw":7})"}},
+         .reported = {"SERVICE-INTERFACE-ID 70000 is out of range", "METHOD-ID 40000 is out of range",
+                      "TYPE-TREF \"/Nowhere/Type\" names no element", "/Bad/LoopA: the type contains itself",
+                      "/Bad/Node: the type contains itself", "a fixed array of 1000000000000 elements",
+                      "encoded \"BCD-P\" is not one the format has", "not the SW-BASE-TYPE its DEST says",
+                      "reference base \"missing\", which no package", "Undeployed: the event has no SOME/IP event deployment",
+                      "SIZE-OF-STRING-LENGTH-FIELD 3 is not a size", "OddProps: its serialization properties",
+                      "no ID for HAS-SETTER", "/Bad/Orphan: the service interface has no SOME/IP deployment",
+                      "/Bad/Orphan is not an element of the deployed interface", "\"RAT_FUNC\" is not one the format",
+                      "/Bad/uint8_t: the path is defined again"}},
     };
     for (const Case& c : cases) {
         importtest::check(c);
     }
+}
+
+TEST(ImportArxml, DeepTypesAreCutOffAndReported)
+{
+    // A chain of structures each holding the next, deeper than any format may nest.
+    std::string types;
+    for (int i = 0; i < 60; ++i) {
+        types += "<STD-CPP-IMPLEMENTATION-DATA-TYPE><SHORT-NAME>S" + std::to_string(i) +
+                 "</SHORT-NAME><CATEGORY>STRUCTURE</CATEGORY><SUB-ELEMENTS><CPP-IMPLEMENTATION-DATA-TYPE-ELEMENT>"
+                 "<SHORT-NAME>m</SHORT-NAME><TYPE-REFERENCE><TYPE-REFERENCE-REF>/P/" +
+                 (i == 59 ? std::string("u") : "S" + std::to_string(i + 1)) +
+                 "</TYPE-REFERENCE-REF></TYPE-REFERENCE></CPP-IMPLEMENTATION-DATA-TYPE-ELEMENT></SUB-ELEMENTS>"
+                 "</STD-CPP-IMPLEMENTATION-DATA-TYPE>\n";
+    }
+    const std::string text =
+        "<AUTOSAR><AR-PACKAGES><AR-PACKAGE><SHORT-NAME>P</SHORT-NAME><ELEMENTS>\n" + types +
+        "<STD-CPP-IMPLEMENTATION-DATA-TYPE><SHORT-NAME>u</SHORT-NAME><CATEGORY>VALUE</CATEGORY></STD-CPP-IMPLEMENTATION-DATA-TYPE>"
+        "<SERVICE-INTERFACE><SHORT-NAME>I</SHORT-NAME><EVENTS><VARIABLE-DATA-PROTOTYPE><SHORT-NAME>E</SHORT-NAME>"
+        "<TYPE-TREF>/P/S0</TYPE-TREF></VARIABLE-DATA-PROTOTYPE></EVENTS></SERVICE-INTERFACE>"
+        "<SOMEIP-SERVICE-INTERFACE-DEPLOYMENT><SHORT-NAME>D</SHORT-NAME><EVENT-DEPLOYMENTS><SOMEIP-EVENT-DEPLOYMENT>"
+        "<SHORT-NAME>E</SHORT-NAME><EVENT-REF>/P/I/E</EVENT-REF><EVENT-ID>1</EVENT-ID></SOMEIP-EVENT-DEPLOYMENT>"
+        "</EVENT-DEPLOYMENTS><SERVICE-INTERFACE-REF>/P/I</SERVICE-INTERFACE-REF><SERVICE-INTERFACE-ID>1</SERVICE-INTERFACE-ID>"
+        "</SOMEIP-SERVICE-INTERFACE-DEPLOYMENT></ELEMENTS></AR-PACKAGE></AR-PACKAGES></AUTOSAR>";
+    const auto r = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"deep.arxml", text}});
+    ASSERT_TRUE(r.ok) << r.error;
+    EXPECT_EQ(r.report.events, 0u);
+    EXPECT_NE(importtest::reasons(r.report).find("types nest deeper than 48 levels"), std::string::npos)
+        << importtest::reasons(r.report);
 }
 
 }  // namespace

@@ -354,7 +354,8 @@ private:
             use.root = PathIndex::pathOf(p.node);
             Json::Value param;
             if (!types_.prototype(p, use, param)) {
-                skip(p, "its type cannot be written; " + ownerPath + " is left out");
+                skip(p, p.node == owner.node ? "its type cannot be written; left out"
+                                             : "its type cannot be written; " + ownerPath + " is left out");
                 return false;
             }
             if (use.dataIds != nullptr && use.dataIds->count(use.root) != 0) {
