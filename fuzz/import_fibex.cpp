@@ -1,74 +1,8 @@
-// FIBEX import: the input is one description, or two split at the first NUL byte (references cross
-// files). Whatever it holds, the import returns: an error for what is not a FIBEX document, else
-// documents and a report, never a crash or an exception. What it writes loads as a format set, and
-// every message format in it can be used by the plain codec.
-#include <cstring>
-#include <sstream>
-
-#include "ZQSomeIPImport.h"
-#include "fuzz_support.h"
-
-namespace {
-
-int messageType(const std::string& direction)
-{
-    return direction == "request" ? 0x00 : direction == "response" ? 0x80 : direction == "event" ? 0x02 : 0x81;
-}
-
-// Each entry's formats, tried on an empty payload: any answer but "unsupported format" will do.
-void checkUsable(const ZQSomeIP::ZQSomeIPFormatSet& set, const Json::Value& document, const std::string& text)
-{
-    for (const Json::Value& service : document["Services"]) {
-        const int id = std::stoi(service["ServiceID"].asString());
-        for (const char* list : {"Methods", "Events", "Fields"}) {
-            for (const Json::Value& entry : service[list]) {
-                const int method = std::stoi(entry.get("MethodID", entry.get("EventID", "0")).asString());
-                for (const Json::Value& params : entry["Params"]) {
-                    std::string json;
-                    const ZQSomeIP::ZQSomeIPPlainStatus status = fuzz::plainCall("plainDecode", [&] {
-                        return ZQSomeIP::plainDecode(set, id, method, messageType(params["MethodType"].asString()), nullptr, 0, json);
-                    });
-                    fuzz::checkStatus("plainDecode", status);
-                    if (status.code == ZQSomeIP::ZQSomeIPPlainError::UnsupportedFormat) {
-                        fuzz::finding("an imported format the plain codec cannot use", status.toJson() + "\n" + text);
-                    }
-                }
-            }
-        }
-    }
-}
-
-}  // namespace
+// FIBEX import: one description or two split at a NUL byte (forced FIBEX, so that other roots and
+// inputs that are not well-formed come back as errors); see fuzz_import.h for what is checked.
+#include "fuzz_import.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    using namespace ZQSomeIP;
-    const char* text = reinterpret_cast<const char*>(data);
-    const void* nul = std::memchr(data, 0, size);
-    const size_t first = nul ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - data) : size;
-    std::vector<ZQSomeIPImportSource> sources{{"a.xml", std::string(text, first)}};
-    if (nul) {
-        sources.push_back({"b.xml", std::string(text + first + 1, size - first - 1)});
-    }
-    ZQSomeIPImportResult r;
-    try {
-        r = importDescriptions(std::move(sources), ZQSomeIPImportDialect::Fibex);
-    } catch (const std::exception& e) {
-        fuzz::finding("importDescriptions threw", e.what());
-    }
-    if (!r.ok) {
-        if (r.error.empty()) fuzz::finding("an import failed without saying why");
-        return 0;
-    }
-    ZQSomeIPPlainStatus status;
-    const std::string path = fuzz::scratchFile("imported.json", reinterpret_cast<const uint8_t*>(r.formatText.data()), r.formatText.size());
-    const auto set = fuzz::plainCall("ZQSomeIPFormatSet::load", [&] { return ZQSomeIPFormatSet::load(path, status); });
-    if (!set) fuzz::finding("an imported document does not load", status.toJson() + "\n" + r.formatText);
-    Json::Value document;
-    Json::CharReaderBuilder reader;
-    std::string errors;
-    std::istringstream in(r.formatText);
-    if (!Json::parseFromStream(reader, in, &document, &errors)) fuzz::finding("an imported document is not JSON", errors);
-    checkUsable(*set, document, r.formatText);
-    return 0;
+    return fuzz::importOne(data, size, ZQSomeIP::ZQSomeIPImportDialect::Fibex);
 }
