@@ -14,7 +14,7 @@ SOMEIP_FUZZ=1 bash scripts/install-deps.sh
 seconds=${1:-60}
 shift $(( $# > 0 ? 1 : 0 ))
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(classic_decode classic_encode format_load plain_decode plain_encode capture_read import_fibex)
+[ ${#targets[@]} -gt 0 ] || targets=(classic_decode classic_encode format_load plain_decode plain_encode capture_read import_fibex import_arxml)
 
 options=(-DSOMEIP_FUZZ_ENGINE=ON -DSOMEIP_SANITIZE=ON -DSOMEIP_BUILD_TESTS=OFF -DSOMEIP_BUILD_TOOLS=OFF
          -DSOMEIP_BUILD_BENCH=OFF -DSOMEIP_BUILD_PYTHON=OFF -DSOMEIP_INSTALL=OFF -DCMAKE_BUILD_TYPE=Debug)
