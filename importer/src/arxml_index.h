@@ -46,7 +46,13 @@ public:
     const std::vector<Element>& all(std::string_view kind) const;
     // The short-name path of an element, or of the nearest one above it that has a short name.
     static std::string pathOf(pugi::xml_node node);
-    static std::string shortName(pugi::xml_node node) { return childText(node, "SHORT-NAME"); }
+    // The schema puts SHORT-NAME first; looking further would make every path lookup through a list of
+    // thousands of elements (ELEMENTS, EVENTS) scan the whole list.
+    static std::string shortName(pugi::xml_node node)
+    {
+        const pugi::xml_node first = node.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
+        return localName(first) == "SHORT-NAME" ? text(first) : std::string();
+    }
     static Place place(const Element& e) { return e.input->place(e.node, pathOf(e.node)); }
 
 private:

@@ -372,7 +372,7 @@ private:
             list.keys["Tlv"] = true;
         }
         const Json::Value attribute = use.listProps == nullptr
-                                          ? use.list.differences(service)
+                                          ? (use.list == service ? Json::Value() : use.list.differences(service))
                                           : use.listProps->attribute(use.list, service, mapping != nullptr && !mapping->dataIds.empty());
         if (!attribute.isNull()) {
             list.keys["Attribute"] = attribute;

@@ -129,7 +129,7 @@ Attributes SerializationProps::over(Attributes a) const
 
 Json::Value SerializationProps::attribute(const Attributes& mine, const Attributes& inherited, bool tlv) const
 {
-    Json::Value a = mine.differences(inherited);
+    Json::Value a = mine == inherited ? Json::Value() : mine.differences(inherited);
     if (legacyStrings.value_or(false)) {
         a["StringBom"] = false;
         a["StringTerminator"] = false;
@@ -361,11 +361,14 @@ bool TypeWriter::body(const Element& type, const Use& use, int depth, Json::Valu
         entry["ParamName"] = "entry";
         entry["ParamType"] = "STRUCTURE";
         entry["Attribute"]["StructLengthFieldSize"] = "0";
-        if (!members(args, use, depth, entry["SubParams"])) {
-            return false;
+        for (size_t i = 0; i < 2; ++i) {
+            Json::Value p;
+            if (!member(args[i], use, depth + 1, p)) {
+                return false;
+            }
+            p["ParamName"] = i == 0 ? "key" : "value";
+            entry["SubParams"].append(std::move(p));
         }
-        entry["SubParams"][0]["ParamName"] = "key";
-        entry["SubParams"][1]["ParamName"] = "value";
         out["ParamType"] = "VECTOR";
         out["SubParams"].append(std::move(entry));
         return true;
