@@ -64,7 +64,7 @@ TEST(ImportArxml, Samples)
     }
 }
 
-TEST(ImportArxml, DeepTypesAreCutOffAndReported)
+TEST(ImportArxml, DeepDescriptionsAreCutOffAndReported)
 {
     // A chain of structures each holding the next, deeper than any format may nest.
     std::string types;
@@ -90,6 +90,20 @@ TEST(ImportArxml, DeepTypesAreCutOffAndReported)
     EXPECT_EQ(r.report.events, 0u);
     EXPECT_NE(importtest::reasons(r.report).find("types nest deeper than 48 levels"), std::string::npos)
         << importtest::reasons(r.report);
+
+    // Packages nested past any real path, and a name past any identifier, are not indexed.
+    std::string nested = "<AUTOSAR>";
+    for (int i = 0; i < 100; ++i) {
+        nested += "<AR-PACKAGE><SHORT-NAME>p</SHORT-NAME><AR-PACKAGES>";
+    }
+    nested += "<AR-PACKAGE><SHORT-NAME>" + std::string(200, 'n') + "</SHORT-NAME></AR-PACKAGE>";
+    for (int i = 0; i < 100; ++i) {
+        nested += "</AR-PACKAGES></AR-PACKAGE>";
+    }
+    const auto deep = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"nested.arxml", nested + "</AUTOSAR>"}});
+    ASSERT_TRUE(deep.ok) << deep.error;
+    ASSERT_EQ(deep.report.skipped.size(), 1u) << importtest::reasons(deep.report);
+    EXPECT_EQ(deep.report.skipped[0].reason, "short names nest deeper than 64 levels; neither this element nor what it holds is indexed");
 }
 
 }  // namespace

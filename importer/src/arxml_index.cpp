@@ -1,5 +1,6 @@
 #include "arxml_index.h"
 
+#include <cstdint>
 #include <utility>
 
 namespace ZQSomeIP {
@@ -13,33 +14,65 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
         kinds_[std::string(kind)];
     }
     for (const XmlInput* input : inputs) {
-        // Iterative: a hostile file may nest elements far deeper than the stack would take.
-        std::vector<std::pair<pugi::xml_node, std::string>> todo{{input->root(), std::string()}};
-        while (!todo.empty()) {
-            const pugi::xml_node node = todo.back().first;
-            std::string path = std::move(todo.back().second);
-            todo.pop_back();
-            const std::string name = shortName(node);
-            if (!name.empty()) {
+        // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
+        // path string grown and cut back on the way, so that no element costs a copy of its path.
+        struct Open {
+            size_t pathLength, levels;
+        };
+        std::vector<Open> open;
+        std::string path;
+        size_t levels = 0;
+        size_t refusedAt = SIZE_MAX;  // depth of an element refused: nothing below it is indexed
+        const pugi::xml_node root = input->root();
+        pugi::xml_node n = root;
+        while (n) {
+            open.push_back({path.size(), levels});
+            const std::string name = refusedAt < open.size() ? std::string() : shortName(n);
+            const Element e{input, n};
+            if (!name.empty() && (name.size() > kMaxShortName || levels == kMaxPathLevels)) {
+                report_.skipped(place(e), name.size() > kMaxShortName
+                                              ? "SHORT-NAME of " + std::to_string(name.size()) + " characters (more than " +
+                                                    std::to_string(kMaxShortName) + "); neither it nor what it holds is indexed"
+                                              : "short names nest deeper than " + std::to_string(kMaxPathLevels) +
+                                                    " levels; neither this element nor what it holds is indexed");
+                refusedAt = open.size();
+            } else if (!name.empty()) {
                 path += "/" + name;
-                const Element e{input, node};
+                ++levels;
                 auto [at, fresh] = paths_.emplace(path, e);
-                if (!fresh && localName(node) != "AR-PACKAGE") {
+                pathOfNode_[n.internal_object()] = &at->first;
+                if (!fresh && localName(n) != "AR-PACKAGE") {
                     report_.duplicate(place(e), "the path is defined again (first at " + at->second.input->name() + ":" +
                                                     std::to_string(at->second.input->line(at->second.node)) +
                                                     "); the later definition is used");
                     at->second = e;
                 }
             }
-            const auto listed = kinds_.find(localName(node));
+            const auto listed = refusedAt <= open.size() ? kinds_.end() : kinds_.find(localName(n));
             if (listed != kinds_.end()) {
-                listed->second.push_back({input, node});
+                listed->second.push_back(e);
             }
-            // Children pushed last first, so that they are visited in document order.
-            for (pugi::xml_node c = node.last_child(); c; c = c.previous_sibling()) {
-                if (c.type() == pugi::node_element && localName(c) != "SHORT-NAME") {
-                    todo.emplace_back(c, path);
+            pugi::xml_node next = n.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
+            // Done with n and its children: up until a sibling follows.
+            while (!next && n) {
+                path.resize(open.back().pathLength);
+                levels = open.back().levels;
+                if (refusedAt == open.size()) {
+                    refusedAt = SIZE_MAX;
                 }
+                open.pop_back();
+                if (n == root) {
+                    n = pugi::xml_node();
+                    break;
+                }
+                for (next = n.next_sibling(); next && next.type() != pugi::node_element; next = next.next_sibling()) {
+                }
+                if (!next) {
+                    n = n.parent();
+                }
+            }
+            if (next) {
+                n = next;
             }
         }
     }
@@ -58,16 +91,18 @@ const std::vector<Element>& PathIndex::all(std::string_view kind) const
     return at == kinds_.end() ? none : at->second;
 }
 
-std::string PathIndex::pathOf(pugi::xml_node node)
+std::string PathIndex::pathOf(pugi::xml_node node) const
 {
-    std::string path;
-    for (pugi::xml_node n = node; n && n.type() == pugi::node_element; n = n.parent()) {
-        const std::string name = shortName(n);
-        if (!name.empty()) {
-            path = "/" + name + path;
+    // Indexed elements know their path; others take their nearest indexed ancestor's, looked for only
+    // so far up, since a hostile file may nest without end.
+    int steps = 0;
+    for (pugi::xml_node n = node; n && n.type() == pugi::node_element && steps < 256; n = n.parent(), ++steps) {
+        const auto at = pathOfNode_.find(n.internal_object());
+        if (at != pathOfNode_.end()) {
+            return *at->second;
         }
     }
-    return path;
+    return {};
 }
 
 std::string PathIndex::absolute(const Element& ref, const std::string& text, std::string& why) const

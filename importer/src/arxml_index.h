@@ -45,7 +45,8 @@ public:
 
     const std::vector<Element>& all(std::string_view kind) const;
     // The short-name path of an element, or of the nearest one above it that has a short name.
-    static std::string pathOf(pugi::xml_node node);
+    std::string pathOf(pugi::xml_node node) const;
+    Place place(const Element& e) const { return e.input->place(e.node, pathOf(e.node)); }
     // The schema puts SHORT-NAME first; looking further would make every path lookup through a list of
     // thousands of elements (ELEMENTS, EVENTS) scan the whole list.
     static std::string shortName(pugi::xml_node node)
@@ -53,13 +54,18 @@ public:
         const pugi::xml_node first = node.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
         return localName(first) == "SHORT-NAME" ? text(first) : std::string();
     }
-    static Place place(const Element& e) { return e.input->place(e.node, pathOf(e.node)); }
+
+    // Bounds that keep the index linear in the input: AUTOSAR identifiers are at most 128 characters,
+    // and real paths a dozen levels deep; beyond either an element is reported and not indexed.
+    static constexpr size_t kMaxShortName = 128;
+    static constexpr size_t kMaxPathLevels = 64;
 
 private:
     std::string absolute(const Element& ref, const std::string& text, std::string& why) const;
 
     Report& report_;
     std::unordered_map<std::string, Element> paths_;
+    std::unordered_map<const void*, const std::string*> pathOfNode_;  // element -> its key in paths_
     std::map<std::string, std::vector<Element>, std::less<>> kinds_;
 };
 

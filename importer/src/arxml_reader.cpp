@@ -61,18 +61,18 @@ public:
                                                                 : "the deployment names no SERVICE-INTERFACE-REF; left out");
                 continue;
             }
-            deployed.insert(PathIndex::pathOf(si.node));
+            deployed.insert(index_.pathOf(si.node));
             service(d, si);
         }
         for (const Element& si : index_.all("SERVICE-INTERFACE")) {
-            if (deployed.count(PathIndex::pathOf(si.node)) == 0) {
+            if (deployed.count(index_.pathOf(si.node)) == 0) {
                 skip(si, "the service interface has no SOME/IP deployment, so no IDs; left out");
             }
         }
     }
 
 private:
-    void skip(const Element& at, const std::string& reason) { report_.skipped(PathIndex::place(at), reason); }
+    void skip(const Element& at, const std::string& reason) { report_.skipped(index_.place(at), reason); }
 
     // A number of the deployment in 0..max, or -1 (reported) when it is absent or out of range.
     int64_t id(const Element& owner, const char* name, uint64_t max)
@@ -92,10 +92,10 @@ private:
 
     const SerializationProps* props(const Element& at)
     {
-        const std::string path = PathIndex::pathOf(at.node);
+        const std::string path = index_.pathOf(at.node);
         auto known = props_.find(path);
         if (known == props_.end()) {
-            known = props_.emplace(path, std::make_unique<SerializationProps>(SerializationProps::read(at, report_))).first;
+            known = props_.emplace(path, std::make_unique<SerializationProps>(SerializationProps::read(index_, at, report_))).first;
         }
         return known->second.get();
     }
@@ -103,7 +103,7 @@ private:
     void readDataIds()
     {
         for (const Element& set : index_.all("TLV-DATA-ID-DEFINITION-SET")) {
-            auto& ids = dataIds_[PathIndex::pathOf(set.node)];
+            auto& ids = dataIds_[index_.pathOf(set.node)];
             forChildren(child(set.node, "TLV-DATA-ID-DEFINITIONS"), "TLV-DATA-ID-DEFINITION", [&](pugi::xml_node n) {
                 const Element def{set.input, n};
                 const int64_t dataId = id(def, "ID", 4095);
@@ -117,7 +117,7 @@ private:
                 }
                 const Element target = index_.resolve({set.input, ref});
                 if (dataId >= 0 && target) {
-                    ids[PathIndex::pathOf(target.node)] = static_cast<uint32_t>(dataId);
+                    ids[index_.pathOf(target.node)] = static_cast<uint32_t>(dataId);
                 }
             });
         }
@@ -130,12 +130,12 @@ private:
             const Element p = index_.resolveChild(m, "TRANSFORMATION-PROPS-REF");
             if (p) {
                 mapping->props = props(p);
-                mapping->propsPath = PathIndex::pathOf(p.node);
+                mapping->propsPath = index_.pathOf(p.node);
             }
             forChildren(child(m.node, "TLV-DATA-ID-DEFINITION-REFS"), "TLV-DATA-ID-DEFINITION-REF", [&](pugi::xml_node r) {
                 const Element set = index_.resolve({m.input, r});
                 if (set) {
-                    const std::string path = PathIndex::pathOf(set.node);
+                    const std::string path = index_.pathOf(set.node);
                     mapping->tlvKey += path + ";";
                     const auto& ids = dataIds_[path];
                     mapping->dataIds.insert(ids.begin(), ids.end());
@@ -149,9 +149,9 @@ private:
                     if (!target) {
                         return;
                     }
-                    const std::string path = PathIndex::pathOf(target.node);
+                    const std::string path = index_.pathOf(target.node);
                     if (mappingOf_.count(path) != 0) {
-                        report_.duplicate(PathIndex::place({m.input, r}),
+                        report_.duplicate(index_.place({m.input, r}),
                                           "a second property mapping for " + path + "; the later one is used");
                     }
                     mappingOf_[path] = mapping.get();
@@ -184,8 +184,8 @@ private:
                 const Element root = index_.resolve({o.input, rootRef});
                 const Element target = targetRef ? index_.resolve({o.input, targetRef}) : Element{};
                 if (root && (!targetRef || target)) {
-                    overrides_[PathIndex::pathOf(root.node)].push_back(
-                        {target ? PathIndex::pathOf(target.node) : std::string(), settings});
+                    overrides_[index_.pathOf(root.node)].push_back(
+                        {target ? index_.pathOf(target.node) : std::string(), settings});
                 }
             });
         }
@@ -206,7 +206,7 @@ private:
                 }
                 return;
             }
-            const std::string path = PathIndex::pathOf(target.node);
+            const std::string path = index_.pathOf(target.node);
             if (path.compare(0, interfacePath.size() + 1, interfacePath + "/") != 0) {
                 skip(e, path + " is not an element of the deployed interface " + interfacePath + "; left out");
                 return;
@@ -217,7 +217,7 @@ private:
 
     void service(const Element& d, const Element& si)
     {
-        const std::string interfacePath = PathIndex::pathOf(si.node);
+        const std::string interfacePath = index_.pathOf(si.node);
         const int64_t serviceId = id(d, "SERVICE-INTERFACE-ID", 0xFFFF);
         int64_t major = -1;
         if (const pugi::xml_node version = child(d.node, "SERVICE-INTERFACE-VERSION");
@@ -258,10 +258,10 @@ private:
         forChildren(child(si.node, "FIELDS"), "FIELD", [&](pugi::xml_node n) { fields.push_back({si.input, n}); });
 
         const Attributes attributes = serviceAttributes({&events, &methods, &fields});
-        const size_t s = out_.service(PathIndex::place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
+        const size_t s = out_.service(index_.place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
                                       PathIndex::shortName(si.node), attributes);
         for (const Element& e : events) {
-            const std::string path = PathIndex::pathOf(e.node);
+            const std::string path = index_.pathOf(e.node);
             const auto found = eventIds.find(path);
             FormatBuilder::List list;
             if (found == eventIds.end()) {
@@ -271,7 +271,7 @@ private:
             }
         }
         for (const Element& m : methods) {
-            const std::string path = PathIndex::pathOf(m.node);
+            const std::string path = index_.pathOf(m.node);
             const auto found = methodIds.find(path);
             if (found == methodIds.end()) {
                 skip(m, "the method has no SOME/IP method deployment; left out");
@@ -280,7 +280,7 @@ private:
             }
         }
         for (const Element& f : fields) {
-            const std::string path = PathIndex::pathOf(f.node);
+            const std::string path = index_.pathOf(f.node);
             const auto found = fieldIds.find(path);
             if (found == fieldIds.end()) {
                 skip(f, "the field has no SOME/IP field deployment; left out");
@@ -308,7 +308,7 @@ private:
         std::map<std::string, std::pair<size_t, const SerializationProps*>> counts;
         for (const auto* list : lists) {
             for (const Element& e : *list) {
-                const auto m = mappingOf_.find(PathIndex::pathOf(e.node));
+                const auto m = mappingOf_.find(index_.pathOf(e.node));
                 if (m != mappingOf_.end() && m->second->props != nullptr) {
                     auto& c = counts[m->second->propsPath];
                     c.first++;
@@ -333,7 +333,7 @@ private:
     bool parameters(const Element& owner, const std::vector<Element>& protos, const Attributes& service,
                     FormatBuilder::List& list)
     {
-        const std::string ownerPath = PathIndex::pathOf(owner.node);
+        const std::string ownerPath = index_.pathOf(owner.node);
         const auto m = mappingOf_.find(ownerPath);
         const Mapping* mapping = m == mappingOf_.end() ? nullptr : m->second;
         TypeWriter::Use use;
@@ -351,7 +351,7 @@ private:
         }
         size_t withId = 0;
         for (const Element& p : protos) {
-            use.root = PathIndex::pathOf(p.node);
+            use.root = index_.pathOf(p.node);
             Json::Value param;
             if (!types_.prototype(p, use, param)) {
                 skip(p, p.node == owner.node ? "its type cannot be written; left out"
@@ -423,7 +423,7 @@ private:
             }
             const pugi::xml_node part = child(f.node, flags[i]);
             if (given[i] == FieldIds::kAbsent) {
-                report_.skipped(f.input->place(part, PathIndex::pathOf(f.node)),
+                report_.skipped(f.input->place(part, index_.pathOf(f.node)),
                                 std::string("the field's deployment gives no ID for ") + flags[i] + "; that part is left out");
             }
             parts[i] = given[i];

@@ -72,7 +72,7 @@ pugi::xml_node definitionProperty(pugi::xml_node owner, std::string_view name)
                  name);
 }
 
-SerializationProps SerializationProps::read(const Element& props, Report& report)
+SerializationProps SerializationProps::read(const PathIndex& index, const Element& props, Report& report)
 {
     SerializationProps p;
     const pugi::xml_node n = props.node;
@@ -106,7 +106,7 @@ SerializationProps SerializationProps::read(const Element& props, Report& report
         p.legacyStrings = isTrue(text(l));
     }
     if (!p.ok) {
-        report.skipped(PathIndex::place(props), why + "; what uses these properties is left out");
+        report.skipped(index.place(props), why + "; what uses these properties is left out");
     }
     return p;
 }
@@ -143,7 +143,7 @@ Json::Value SerializationProps::attribute(const Attributes& mine, const Attribut
 
 bool TypeWriter::fail(const Element& at, const std::string& reason)
 {
-    report_.skipped(PathIndex::place(at), reason);
+    report_.skipped(index_.place(at), reason);
     return false;
 }
 
@@ -184,7 +184,7 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     if (depth > kMaxNesting) {
         return fail(type, "types nest deeper than " + std::to_string(kMaxNesting) + " levels");
     }
-    const std::string path = PathIndex::pathOf(type.node);
+    const std::string path = index_.pathOf(type.node);
     if (open_.count(path) != 0) {
         return fail(type, "the type contains itself, which a format cannot describe");
     }
@@ -419,7 +419,7 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
         }
         out["ParamName"] = name;
     }
-    const std::string path = PathIndex::pathOf(element.node);
+    const std::string path = index_.pathOf(element.node);
     if (use.dataIds != nullptr) {
         const auto id = use.dataIds->find(path);
         if (id != use.dataIds->end()) {
@@ -561,14 +561,14 @@ bool TypeWriter::compu(const Element& method, const std::string& basic, Json::Va
                 scale["Factor"] = n[1] / denominator;
                 scale["Offset"] = n[0] / denominator;
                 if (n[1] / denominator * denominator != n[1] || n[0] / denominator * denominator != n[0]) {
-                    report_.approximated(PathIndex::place(method), "the scaling's quotient is not exact in binary; "
+                    report_.approximated(index_.place(method), "the scaling's quotient is not exact in binary; "
                                                                    "written as the nearest factor and offset");
                 }
             }
         }
     });
     if (!ok || (enumerators.empty() && scale.isNull())) {
-        report_.approximated(PathIndex::place(method), "compu method of category \"" + category +
+        report_.approximated(index_.place(method), "compu method of category \"" + category +
                                                            "\" is not one the format can state (one LINEAR scale, "
                                                            "TEXTTABLE entries of integers); values are left raw");
         return true;

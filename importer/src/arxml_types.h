@@ -21,7 +21,7 @@ struct SerializationProps {
     std::optional<uint32_t> arrayLength, stringLength, structLength, unionLength, unionType, alignment;
     std::optional<bool> bigEndian, utf16, dynamicLengthFieldSize, legacyStrings;
 
-    static SerializationProps read(const Element& props, Report& report);
+    static SerializationProps read(const PathIndex& index, const Element& props, Report& report);
     Attributes over(Attributes a) const;
     // The element's "Attribute": the keys in which `mine` differs from `inherited`, and the settings
     // only the element's own keys can say (legacy strings, TLV length field sizes when `tlv`).
