@@ -56,8 +56,10 @@ inline int importOne(const uint8_t* data, size_t size, ZQSomeIP::ZQSomeIPImportD
         sources.push_back({"b.xml", std::string(text + first + 1, size - first - 1)});
     }
     ZQSomeIPImportResult r;
+    ZQSomeIPImportOptions options;
+    options.dialect = dialect;
     try {
-        r = importDescriptions(std::move(sources), dialect);
+        r = importDescriptions(std::move(sources), options);
     } catch (const std::exception& e) {
         fuzz::finding("importDescriptions threw", e.what());
     }

@@ -56,7 +56,7 @@ struct ZQSomeIPImportResult {
     bool ok = false;
     std::string error;  // when !ok: an input that could not be read at all (not XML, wrong root, ...)
     std::string formatText;                     // every service in one version-2 document
-    std::vector<ZQSomeIPImportFile> perService;  // one document per service, each standing alone
+    std::vector<ZQSomeIPImportFile> perService;  // with options.perService: one document per service
     ZQSomeIPImportReport report;
 };
 
@@ -66,10 +66,15 @@ struct ZQSomeIPImportSource {
     std::string text;
 };
 
+struct ZQSomeIPImportOptions {
+    ZQSomeIPImportDialect dialect = ZQSomeIPImportDialect::Auto;
+    bool perService = false;  // also write one document per service (each with the types it uses)
+};
+
 ZQ_IMPORT_API ZQSomeIPImportResult importDescriptions(const std::vector<std::string>& paths,
-                                                      ZQSomeIPImportDialect dialect = ZQSomeIPImportDialect::Auto);
+                                                      const ZQSomeIPImportOptions& options = {});
 ZQ_IMPORT_API ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> sources,
-                                                      ZQSomeIPImportDialect dialect = ZQSomeIPImportDialect::Auto);
+                                                      const ZQSomeIPImportOptions& options = {});
 
 }  // namespace ZQSomeIP
 

@@ -522,18 +522,18 @@ PYBIND11_MODULE(someip_parser_vaq, m)
 
     m.def("import_descriptions",
           [](std::vector<std::string> paths, std::string_view dialect) {
-              ZQSomeIP::ZQSomeIPImportDialect d = ZQSomeIP::ZQSomeIPImportDialect::Auto;
+              ZQSomeIP::ZQSomeIPImportOptions options;
               if (dialect == "fibex") {
-                  d = ZQSomeIP::ZQSomeIPImportDialect::Fibex;
+                  options.dialect = ZQSomeIP::ZQSomeIPImportDialect::Fibex;
               } else if (dialect == "arxml") {
-                  d = ZQSomeIP::ZQSomeIPImportDialect::Arxml;
+                  options.dialect = ZQSomeIP::ZQSomeIPImportDialect::Arxml;
               } else if (dialect != "auto") {
                   throw py::value_error("dialect: expected 'auto', 'fibex' or 'arxml', not '" + std::string(dialect) + "'");
               }
               ZQSomeIP::ZQSomeIPImportResult result;
               {
                   py::gil_scoped_release nogil;
-                  result = ZQSomeIP::importDescriptions(paths, d);
+                  result = ZQSomeIP::importDescriptions(paths, options);
               }
               if (!result.ok) {
                   raise(makeError("import_failed", result.error, py::none(), py::none()));

@@ -61,7 +61,9 @@ inline void check(const Case& c)
     for (const std::string& in : c.inputs) {
         paths.push_back(sample(in));
     }
-    const ZQSomeIP::ZQSomeIPImportResult r = ZQSomeIP::importDescriptions(paths);
+    ZQSomeIP::ZQSomeIPImportOptions options;
+    options.perService = true;
+    const ZQSomeIP::ZQSomeIPImportResult r = ZQSomeIP::importDescriptions(paths, options);
     ASSERT_TRUE(r.ok) << r.error;
     const std::string all = reasons(r.report);
     for (const std::string& text : c.reported) {

@@ -25,7 +25,9 @@ TEST(Import, InputsThatAreNotDescriptionsFailAsAWhole)
          "in.xml:1: the root element is <fx:FIBEX>, not AUTOSAR"},
     };
     for (const auto& c : cases) {
-        const auto r = ZQSomeIP::importDescriptions(std::vector<ZQSomeIPImportSource>{{"in.xml", c.text}}, c.dialect);
+        ZQSomeIP::ZQSomeIPImportOptions options;
+        options.dialect = c.dialect;
+        const auto r = ZQSomeIP::importDescriptions(std::vector<ZQSomeIPImportSource>{{"in.xml", c.text}}, options);
         EXPECT_FALSE(r.ok) << c.what;
         EXPECT_EQ(r.error.rfind(c.error, 0), 0u) << c.what << ": " << r.error;
     }
@@ -38,7 +40,7 @@ TEST(Import, AnEmptyDescriptionGivesAnEmptyDocumentAndReport)
 {
     const auto r = ZQSomeIP::importDescriptions(std::vector<ZQSomeIPImportSource>{{"empty.arxml", "<AUTOSAR/>"}});
     ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_EQ(r.formatText, "{\n  \"FormatVersion\" : 2,\n  \"Services\" : []\n}\n");
+    EXPECT_EQ(r.formatText, "{\n  \"FormatVersion\": 2,\n  \"Services\": []\n}\n");
     EXPECT_TRUE(r.perService.empty());
     EXPECT_EQ(r.report.summary(), "0 services, 0 methods, 0 events, 0 fields, 0 types; 0 skipped, 0 approximated, "
                                   "0 unresolved, 0 duplicates");

@@ -40,13 +40,48 @@ void sortEntries(Json::Value& entries, const char* key, const char* otherKey)
     }
 }
 
-std::string text(const Json::Value& document)
+// Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
+// big import writes tens of megabytes and the library's stream writer copies through an ostream.
+void write(std::string& out, const Json::Value& v, size_t indent)
 {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    builder["emitUTF8"] = true;
-    builder["precision"] = 17;
-    return Json::writeString(builder, document) + "\n";
+    switch (v.type()) {
+    case Json::objectValue:
+    case Json::arrayValue: {
+        const bool object = v.isObject();
+        if (v.empty()) {
+            out += object ? "{}" : "[]";
+            return;
+        }
+        out += object ? '{' : '[';
+        bool first = true;
+        for (auto it = v.begin(); it != v.end(); ++it) {
+            out += first ? "\n" : ",\n";
+            first = false;
+            out.append(indent + 2, ' ');
+            if (object) {
+                out += Json::valueToQuotedString(it.name().c_str());
+                out += ": ";
+            }
+            write(out, *it, indent + 2);
+        }
+        out += '\n';
+        out.append(indent, ' ');
+        out += object ? '}' : ']';
+        return;
+    }
+    case Json::stringValue: {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        v.getString(&begin, &end);
+        out += Json::valueToQuotedString(std::string(begin, end).c_str());
+        return;
+    }
+    case Json::intValue: out += std::to_string(v.asLargestInt()); return;
+    case Json::uintValue: out += std::to_string(v.asLargestUInt()); return;
+    case Json::realValue: out += Json::valueToString(v.asDouble()); return;
+    case Json::booleanValue: out += v.asBool() ? "true" : "false"; return;
+    case Json::nullValue: out += "null"; return;
+    }
 }
 
 std::string fileName(const Json::Value& service)
@@ -204,44 +239,51 @@ Json::Value FormatBuilder::typeRef(const std::string& name, const std::string& t
 void FormatBuilder::usedTypes(const Json::Value& value, std::set<std::string>& names) const
 {
     if (value.isObject()) {
-        if (value["ParamType"] == "TYPEREF" && value["TypeRef"].isString()) {
-            const std::string name = value["TypeRef"].asString();
+        const Json::Value* ref = value.find("TypeRef", "TypeRef" + 7);
+        if (ref != nullptr && ref->isString() && value["ParamType"] == "TYPEREF") {
+            const std::string name = ref->asString();
             if (names.insert(name).second && types_.isMember(name)) {
                 usedTypes(types_[name], names);
             }
         }
-        for (const std::string& key : value.getMemberNames()) {
-            usedTypes(value[key], names);
-        }
-    } else if (value.isArray()) {
+    }
+    if (value.isObject() || value.isArray()) {
         for (const Json::Value& v : value) {
             usedTypes(v, names);
         }
     }
 }
 
-Json::Value FormatBuilder::document(const std::vector<const Service*>& services) const
+std::string FormatBuilder::document(const std::vector<const Service*>& services, const std::set<std::string>* types) const
 {
-    Json::Value doc(Json::objectValue);
-    doc["FormatVersion"] = 2;
-    doc["Services"] = Json::Value(Json::arrayValue);
-    std::set<std::string> names;
-    for (const Service* s : services) {
-        usedTypes(s->json, names);
-        doc["Services"].append(s->json);
+    // The members in key order, as the document would list them: FormatVersion, Services, Types.
+    std::string out = "{\n  \"FormatVersion\": 2,\n  \"Services\": [";
+    for (size_t i = 0; i < services.size(); ++i) {
+        out += i == 0 ? "\n    " : ",\n    ";
+        write(out, services[i]->json, 4);
     }
-    if (!names.empty()) {
-        doc["Types"] = Json::Value(Json::objectValue);
-        for (const std::string& name : names) {
-            if (types_.isMember(name)) {
-                doc["Types"][name] = types_[name];
+    out += services.empty() ? "]" : "\n  ]";
+    const bool anyTypes = types == nullptr ? !types_.empty() : !types->empty();
+    if (anyTypes) {
+        out += ",\n  \"Types\": {";
+        bool first = true;
+        for (auto it = types_.begin(); it != types_.end(); ++it) {
+            if (types != nullptr && types->count(it.name()) == 0) {
+                continue;
             }
+            out += first ? "\n    " : ",\n    ";
+            first = false;
+            out += Json::valueToQuotedString(it.name().c_str());
+            out += ": ";
+            write(out, *it, 4);
         }
+        out += "\n  }";
     }
-    return doc;
+    out += "\n}\n";
+    return out;
 }
 
-void FormatBuilder::finish(ZQSomeIPImportResult& result)
+void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
 {
     std::vector<const Service*> order;
     for (Service& s : services_) {
@@ -260,7 +302,6 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result)
     });
     ZQSomeIPImportReport& r = report_.data();
     r.services = order.size();
-    r.types = types_.size();
     for (const Service* s : order) {
         r.methods += s->json["Methods"].size();
         r.events += s->json["Events"].size();
@@ -269,9 +310,19 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result)
             fieldNames.insert(f["FieldName"].asString());
         }
         r.fields += fieldNames.size();
-        result.perService.push_back({fileName(s->json), text(document({s}))});
+        if (perService) {
+            std::set<std::string> names;
+            usedTypes(s->json, names);
+            result.perService.push_back({fileName(s->json), document({s}, &names)});
+        }
     }
-    result.formatText = text(document(order));
+    // The types some service uses: one left behind by an element skipped later is not written.
+    std::set<std::string> used;
+    for (const Service* s : order) {
+        usedTypes(s->json, used);
+    }
+    r.types = static_cast<size_t>(std::count_if(used.begin(), used.end(), [this](const std::string& n) { return types_.isMember(n); }));
+    result.formatText = document(order, &used);
 }
 
 }  // namespace import

@@ -97,7 +97,7 @@ public:
     static Json::Value typeRef(const std::string& name, const std::string& type);
 
     // Counts and texts. Services in ID order, then major version; entries in ID order.
-    void finish(ZQSomeIPImportResult& result);
+    void finish(ZQSomeIPImportResult& result, bool perService);
 
 private:
     struct Service {
@@ -105,7 +105,8 @@ private:
         int majorVersion;
         Json::Value json;
     };
-    Json::Value document(const std::vector<const Service*>& services) const;
+    // The version-2 document of these services, holding `types` (all when null).
+    std::string document(const std::vector<const Service*>& services, const std::set<std::string>* types) const;
     void usedTypes(const Json::Value& value, std::set<std::string>& names) const;
 
     Report& report_;

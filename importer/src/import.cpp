@@ -34,7 +34,7 @@ bool readFile(const std::string& path, std::string& text, std::string& error)
 
 }  // namespace
 
-ZQSomeIPImportResult importDescriptions(const std::vector<std::string>& paths, ZQSomeIPImportDialect dialect)
+ZQSomeIPImportResult importDescriptions(const std::vector<std::string>& paths, const ZQSomeIPImportOptions& options)
 {
     std::vector<ZQSomeIPImportSource> sources;
     for (const std::string& path : paths) {
@@ -45,11 +45,12 @@ ZQSomeIPImportResult importDescriptions(const std::vector<std::string>& paths, Z
         }
         sources.push_back(std::move(s));
     }
-    return importDescriptions(std::move(sources), dialect);
+    return importDescriptions(std::move(sources), options);
 }
 
-ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> sources, ZQSomeIPImportDialect dialect)
+ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> sources, const ZQSomeIPImportOptions& options)
 {
+    const ZQSomeIPImportDialect dialect = options.dialect;
     ZQSomeIPImportResult result;
     if (sources.empty()) {
         result.error = "no description files given";
@@ -84,7 +85,7 @@ ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> source
     if (!arxml.empty()) {
         import::readArxml(arxml, builder, report);
     }
-    builder.finish(result);
+    builder.finish(result, options.perService);
     result.report = std::move(report.data());
     result.ok = true;
     return result;
