@@ -43,6 +43,13 @@ TEST(ImportArxml, Samples)
                       {0x3000, 0x8001, 0x02, "0007 1001 0015 0003 02", R"({"Changed":{"temp":21,"fan":2}})"},
                       {0x3000, 1, 0x00, "000a 05 400b 00000005 efbbbf 78 00", R"({"mode":5,"note":"x"})"}},
          .reported = {}},
+        // 32-bit alignment (0xFF pads the vector's end to offset 8) and UTF-16 strings, a named value
+        // beside a scaling, a structure whose members describe their own structure and fixed array.
+        {.inputs = {"arxml/values/values.arxml"},
+         .expected = "arxml/values/expected.json",
+         .payloads = {{0x5000, 1, 0x01, "00000001 07 ffffff  ff  01 02 0000  00000006 feff 0041 0000",
+                       R"({"pattern":[7],"level":"UNKNOWN","layout":{"origin":{"x":1,"y":2},"pad":[0,0]},"name":"A"})"}},
+         .reported = {"/Lamp/LevelValues: the scaling's quotient is not exact in binary"}},
         // Each broken element is left out with its reason; what stands is imported.
         {.inputs = {"arxml/broken/broken.arxml"},
          .expected = "arxml/broken/expected.json",

@@ -560,7 +560,9 @@ bool TypeWriter::compu(const Element& method, const std::string& basic, Json::Va
             if (ok) {
                 scale["Factor"] = n[1] / denominator;
                 scale["Offset"] = n[0] / denominator;
-                if (n[1] / denominator * denominator != n[1] || n[0] / denominator * denominator != n[0]) {
+                // fma gives quotient * denominator - numerator unrounded: zero only for exact quotients.
+                if (std::fma(n[1] / denominator, denominator, -n[1]) != 0 ||
+                    std::fma(n[0] / denominator, denominator, -n[0]) != 0) {
                     report_.approximated(index_.place(method), "the scaling's quotient is not exact in binary; "
                                                                    "written as the nearest factor and offset");
                 }
