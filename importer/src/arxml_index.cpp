@@ -123,7 +123,7 @@ std::string PathIndex::absolute(const Element& ref, const std::string& text, std
         }
         pugi::xml_node found;
         forChildren(child(n, "REFERENCE-BASES"), "REFERENCE-BASE", [&](pugi::xml_node b) {
-            if (!found && (base.empty() ? childText(b, "IS-DEFAULT") == "true" : childText(b, "SHORT-LABEL") == base)) {
+            if (!found && (base.empty() ? isTrue(childText(b, "IS-DEFAULT")) : childText(b, "SHORT-LABEL") == base)) {
                 found = b;
             }
         });

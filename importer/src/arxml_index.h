@@ -25,6 +25,9 @@ struct Element {
     std::string_view kind() const { return localName(node); }
 };
 
+// An XML boolean's value ("true" or "1").
+inline bool isTrue(const std::string& text) { return text == "true" || text == "1"; }
+
 class PathIndex {
 public:
     // Walks every input once. Elements whose local name is in `collect` are also listed by kind, in

@@ -258,6 +258,8 @@ private:
         forChildren(child(si.node, "FIELDS"), "FIELD", [&](pugi::xml_node n) { fields.push_back({si.input, n}); });
 
         const Attributes attributes = serviceAttributes({&events, &methods, &fields});
+        methodUsers_.clear();
+        eventUsers_.clear();
         const size_t s = out_.service(index_.place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
                                       PathIndex::shortName(si.node), attributes);
         for (const Element& e : events) {
@@ -266,7 +268,7 @@ private:
             FormatBuilder::List list;
             if (found == eventIds.end()) {
                 skip(e, "the event has no SOME/IP event deployment; left out");
-            } else if (found->second >= 0 && parameters(e, {e}, attributes, list)) {
+            } else if (found->second >= 0 && claim(e, eventUsers_, found->second) && parameters(e, {e}, attributes, list)) {
                 out_.event(s, PathIndex::shortName(e.node), static_cast<uint16_t>(found->second), list);
             }
         }
@@ -275,7 +277,7 @@ private:
             const auto found = methodIds.find(path);
             if (found == methodIds.end()) {
                 skip(m, "the method has no SOME/IP method deployment; left out");
-            } else if (found->second >= 0) {
+            } else if (found->second >= 0 && claim(m, methodUsers_, found->second)) {
                 method(s, m, static_cast<uint16_t>(found->second), attributes);
             }
         }
@@ -288,6 +290,19 @@ private:
                 field(s, f, found->second, attributes);
             }
         }
+    }
+
+    // An ID for one element of the service only: a second user of it is reported and left out, since a
+    // message could not tell them apart.
+    bool claim(const Element& e, std::map<int, std::string>& users, int id)
+    {
+        const std::string path = index_.pathOf(e.node);
+        const auto [at, fresh] = users.emplace(id, path);
+        if (!fresh && at->second != path) {
+            skip(e, "ID " + std::to_string(id) + " is already used by " + at->second + "; left out");
+            return false;
+        }
+        return true;
     }
 
     // Event groups have no place in a format file; their IDs and references are still checked, since a
@@ -401,7 +416,7 @@ private:
                                               "\" is not IN, OUT or INOUT; the method is left out");
             return;
         }
-        const bool fireAndForget = childText(m.node, "FIRE-AND-FORGET") == "true";
+        const bool fireAndForget = isTrue(childText(m.node, "FIRE-AND-FORGET"));
         if (fireAndForget && !out.empty()) {
             skip(m, "a fire-and-forget method with OUT arguments; left out");
             return;
@@ -418,7 +433,7 @@ private:
         const char* flags[3] = {"HAS-GETTER", "HAS-SETTER", "HAS-NOTIFIER"};
         const int given[3] = {ids.getter, ids.setter, ids.notifier};
         for (int i = 0; i < 3; ++i) {
-            if (childText(f.node, flags[i]) != "true") {
+            if (!isTrue(childText(f.node, flags[i]))) {
                 continue;
             }
             const pugi::xml_node part = child(f.node, flags[i]);
@@ -426,7 +441,7 @@ private:
                 report_.skipped(f.input->place(part, index_.pathOf(f.node)),
                                 std::string("the field's deployment gives no ID for ") + flags[i] + "; that part is left out");
             }
-            parts[i] = given[i];
+            parts[i] = given[i] >= 0 && claim(f, i == 2 ? eventUsers_ : methodUsers_, given[i]) ? given[i] : -1;
         }
         FormatBuilder::List value;
         if ((parts[0] >= 0 || parts[1] >= 0 || parts[2] >= 0) && parameters(f, {f}, service, value)) {
@@ -443,6 +458,7 @@ private:
     std::map<std::string, std::unique_ptr<SerializationProps>> props_;
     std::vector<std::unique_ptr<Mapping>> mappings_;
     std::map<std::string, const Mapping*> mappingOf_;  // event, method or field path -> its mapping
+    std::map<int, std::string> methodUsers_, eventUsers_;  // of the service being read: ID -> element path
 };
 
 }  // namespace

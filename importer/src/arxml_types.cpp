@@ -9,8 +9,6 @@ namespace import {
 
 namespace {
 
-bool isTrue(const std::string& text) { return text == "true" || text == "1"; }
-
 // A size in bytes the format can state for a length or type field.
 bool readSize(pugi::xml_node props, const char* name, bool typeField, std::optional<uint32_t>& out, std::string& why)
 {
@@ -147,21 +145,25 @@ bool TypeWriter::fail(const Element& at, const std::string& reason)
     return false;
 }
 
-void TypeWriter::overrideAttribute(const std::string& path, const Use& use, Json::Value& param)
+bool TypeWriter::overrideAttribute(const Element& at, const std::string& path, const Use& use, Json::Value& param)
 {
-    const auto at = overrides_.find(use.root);
-    if (at == overrides_.end()) {
-        return;
+    const auto found = overrides_.find(use.root);
+    if (found == overrides_.end()) {
+        return true;
     }
-    for (const Override& o : at->second) {
+    for (const Override& o : found->second) {
         if ((o.target.empty() ? use.root : o.target) == path) {
             ++overridesApplied_;
+            if (!o.props->ok) {
+                return fail(at, "the serialization properties overriding it cannot be written");
+            }
             const Json::Value a = o.props->attribute(o.props->over(use.list), use.list, false);
             if (!a.isNull()) {
                 param["Attribute"] = a;
             }
         }
     }
+    return true;
 }
 
 bool TypeWriter::prototype(const Element& proto, const Use& use, Json::Value& out)
@@ -173,8 +175,7 @@ bool TypeWriter::prototype(const Element& proto, const Use& use, Json::Value& ou
     if (!named(type, PathIndex::shortName(proto.node), use, 0, out)) {
         return false;
     }
-    overrideAttribute(use.root, use, out);
-    return true;
+    return overrideAttribute(proto, use.root, use, out);
 }
 
 // A named data type: basic ones written inline, the others as shared types, defined once for each
@@ -429,8 +430,7 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
     if (isTrue(childText(element.node, "IS-OPTIONAL"))) {
         out["Optional"] = true;
     }
-    overrideAttribute(path, use, out);
-    return true;
+    return overrideAttribute(element, path, use, out);
 }
 
 // Arrays: fixed ones (ARRAY-SIZE, FIXED-SIZE semantics) and those of variable size up to ARRAY-SIZE,

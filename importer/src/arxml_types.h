@@ -68,7 +68,7 @@ private:
     bool compu(const Element& method, const std::string& basic, Json::Value& out);
     Element referenced(const Element& type);
     std::vector<Element> templateArguments(const Element& type) const;
-    void overrideAttribute(const std::string& path, const Use& use, Json::Value& param);
+    bool overrideAttribute(const Element& at, const std::string& path, const Use& use, Json::Value& param);
     bool fail(const Element& at, const std::string& reason);
 
     const PathIndex& index_;
