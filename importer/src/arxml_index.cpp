@@ -13,6 +13,13 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     for (std::string_view kind : collect) {
         kinds_[std::string(kind)];
     }
+    // About one element with a short name in every few hundred bytes of a description.
+    size_t bytes = 0;
+    for (const XmlInput* input : inputs) {
+        bytes += input->bytes();
+    }
+    paths_.reserve(bytes / 256);
+    pathOfNode_.reserve(bytes / 256);
     for (const XmlInput* input : inputs) {
         // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
         // path string grown and cut back on the way, so that no element costs a copy of its path.
@@ -91,8 +98,9 @@ const std::vector<Element>& PathIndex::all(std::string_view kind) const
     return at == kinds_.end() ? none : at->second;
 }
 
-std::string PathIndex::pathOf(pugi::xml_node node) const
+const std::string& PathIndex::pathOf(pugi::xml_node node) const
 {
+    static const std::string none;
     // Indexed elements know their path; others take their nearest indexed ancestor's, looked for only
     // so far up, since a hostile file may nest without end.
     int steps = 0;
@@ -102,7 +110,7 @@ std::string PathIndex::pathOf(pugi::xml_node node) const
             return *at->second;
         }
     }
-    return {};
+    return none;
 }
 
 std::string PathIndex::absolute(const Element& ref, const std::string& text, std::string& why) const

@@ -48,7 +48,7 @@ public:
 
     const std::vector<Element>& all(std::string_view kind) const;
     // The short-name path of an element, or of the nearest one above it that has a short name.
-    std::string pathOf(pugi::xml_node node) const;
+    const std::string& pathOf(pugi::xml_node node) const;
     Place place(const Element& e) const { return e.input->place(e.node, pathOf(e.node)); }
     // The schema puts SHORT-NAME first; looking further would make every path lookup through a list of
     // thousands of elements (ELEMENTS, EVENTS) scan the whole list.

@@ -6,7 +6,6 @@
 //
 // An interface, event, method or field without a deployment is reported and left out: its IDs would
 // be guesses.
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <set>
@@ -92,7 +91,7 @@ private:
 
     const SerializationProps* props(const Element& at)
     {
-        const std::string path = index_.pathOf(at.node);
+        const std::string& path = index_.pathOf(at.node);
         auto known = props_.find(path);
         if (known == props_.end()) {
             known = props_.emplace(path, std::make_unique<SerializationProps>(SerializationProps::read(index_, at, report_))).first;
@@ -135,7 +134,7 @@ private:
             forChildren(child(m.node, "TLV-DATA-ID-DEFINITION-REFS"), "TLV-DATA-ID-DEFINITION-REF", [&](pugi::xml_node r) {
                 const Element set = index_.resolve({m.input, r});
                 if (set) {
-                    const std::string path = index_.pathOf(set.node);
+                    const std::string& path = index_.pathOf(set.node);
                     mapping->tlvKey += path + ";";
                     const auto& ids = dataIds_[path];
                     mapping->dataIds.insert(ids.begin(), ids.end());
@@ -149,7 +148,7 @@ private:
                     if (!target) {
                         return;
                     }
-                    const std::string path = index_.pathOf(target.node);
+                    const std::string& path = index_.pathOf(target.node);
                     if (mappingOf_.count(path) != 0) {
                         report_.duplicate(index_.place({m.input, r}),
                                           "a second property mapping for " + path + "; the later one is used");
@@ -206,7 +205,7 @@ private:
                 }
                 return;
             }
-            const std::string path = index_.pathOf(target.node);
+            const std::string& path = index_.pathOf(target.node);
             if (path.compare(0, interfacePath.size() + 1, interfacePath + "/") != 0) {
                 skip(e, path + " is not an element of the deployed interface " + interfacePath + "; left out");
                 return;
@@ -217,7 +216,7 @@ private:
 
     void service(const Element& d, const Element& si)
     {
-        const std::string interfacePath = index_.pathOf(si.node);
+        const std::string& interfacePath = index_.pathOf(si.node);
         const int64_t serviceId = id(d, "SERVICE-INTERFACE-ID", 0xFFFF);
         int64_t major = -1;
         if (const pugi::xml_node version = child(d.node, "SERVICE-INTERFACE-VERSION");
@@ -250,7 +249,7 @@ private:
                             f.notifier = eventId(id({e.input, n}, "EVENT-ID", 0xFFFF));
                         }
                     });
-        eventGroups(d, interfacePath);
+        eventGroups(d);
 
         std::vector<Element> events, methods, fields;
         forChildren(child(si.node, "EVENTS"), "VARIABLE-DATA-PROTOTYPE", [&](pugi::xml_node n) { events.push_back({si.input, n}); });
@@ -263,7 +262,7 @@ private:
         const size_t s = out_.service(index_.place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
                                       PathIndex::shortName(si.node), attributes);
         for (const Element& e : events) {
-            const std::string path = index_.pathOf(e.node);
+            const std::string& path = index_.pathOf(e.node);
             const auto found = eventIds.find(path);
             FormatBuilder::List list;
             if (found == eventIds.end()) {
@@ -273,7 +272,7 @@ private:
             }
         }
         for (const Element& m : methods) {
-            const std::string path = index_.pathOf(m.node);
+            const std::string& path = index_.pathOf(m.node);
             const auto found = methodIds.find(path);
             if (found == methodIds.end()) {
                 skip(m, "the method has no SOME/IP method deployment; left out");
@@ -282,7 +281,7 @@ private:
             }
         }
         for (const Element& f : fields) {
-            const std::string path = index_.pathOf(f.node);
+            const std::string& path = index_.pathOf(f.node);
             const auto found = fieldIds.find(path);
             if (found == fieldIds.end()) {
                 skip(f, "the field has no SOME/IP field deployment; left out");
@@ -296,7 +295,7 @@ private:
     // message could not tell them apart.
     bool claim(const Element& e, std::map<int, std::string>& users, int id)
     {
-        const std::string path = index_.pathOf(e.node);
+        const std::string& path = index_.pathOf(e.node);
         const auto [at, fresh] = users.emplace(id, path);
         if (!fresh && at->second != path) {
             skip(e, "ID " + std::to_string(id) + " is already used by " + at->second + "; left out");
@@ -307,7 +306,7 @@ private:
 
     // Event groups have no place in a format file; their IDs and references are still checked, since a
     // broken group points at a broken deployment.
-    void eventGroups(const Element& d, const std::string&)
+    void eventGroups(const Element& d)
     {
         forChildren(child(d.node, "EVENT-GROUPS"), "SOMEIP-EVENT-GROUP", [&](pugi::xml_node g) {
             const Element group{d.input, g};
@@ -348,7 +347,7 @@ private:
     bool parameters(const Element& owner, const std::vector<Element>& protos, const Attributes& service,
                     FormatBuilder::List& list)
     {
-        const std::string ownerPath = index_.pathOf(owner.node);
+        const std::string& ownerPath = index_.pathOf(owner.node);
         const auto m = mappingOf_.find(ownerPath);
         const Mapping* mapping = m == mappingOf_.end() ? nullptr : m->second;
         TypeWriter::Use use;

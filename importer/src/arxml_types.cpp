@@ -185,8 +185,8 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     if (depth > kMaxNesting) {
         return fail(type, "types nest deeper than " + std::to_string(kMaxNesting) + " levels");
     }
-    const std::string path = index_.pathOf(type.node);
-    if (open_.count(path) != 0) {
+    const std::string& path = index_.pathOf(type.node);
+    if (open_.count(type.node.internal_object()) != 0) {
         return fail(type, "the type contains itself, which a format cannot describe");
     }
     const std::string category = childText(type.node, "CATEGORY");
@@ -196,9 +196,9 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
         if (!target) {
             return false;
         }
-        open_.insert(path);
+        open_.insert(type.node.internal_object());
         const bool ok = named(target, name, use, depth + 1, out);
-        open_.erase(path);
+        open_.erase(type.node.internal_object());
         return ok;
     }
     if (category == "VALUE" && !hasCompu) {
@@ -223,9 +223,9 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     if (known == done_.end()) {
         Json::Value definition;
         const size_t before = overridesApplied_;
-        open_.insert(path);
+        open_.insert(type.node.internal_object());
         const bool ok = body(type, use, depth + 1, definition);
-        open_.erase(path);
+        open_.erase(type.node.internal_object());
         const bool applied = overridesApplied_ != before;
         const std::string key = applied ? own : plain;
         known = done_.find(key);
@@ -420,7 +420,7 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
         }
         out["ParamName"] = name;
     }
-    const std::string path = index_.pathOf(element.node);
+    const std::string& path = index_.pathOf(element.node);
     if (use.dataIds != nullptr) {
         const auto id = use.dataIds->find(path);
         if (id != use.dataIds->end()) {

@@ -81,7 +81,7 @@ private:
     };
     std::map<std::string, SharedType> done_;  // by element path and context
     size_t overridesApplied_ = 0;
-    std::set<std::string> open_;               // types being written: met again, they form a cycle
+    std::set<const void*> open_;  // types being written: met again, they form a cycle
 };
 
 // The reference inside SW-DATA-DEF-PROPS (-> VARIANTS -> CONDITIONAL) of that name.
