@@ -20,26 +20,6 @@ Json::Value list(const char* direction, const FormatBuilder::List& l)
     return element;
 }
 
-uint64_t idOf(const Json::Value& entry, const char* key)
-{
-    return entry.isMember(key) ? std::stoull(entry[key].asString()) : 0;
-}
-
-void sortEntries(Json::Value& entries, const char* key, const char* otherKey)
-{
-    std::vector<Json::Value> sorted(entries.begin(), entries.end());
-    // Stable: a field's getter, setter and notifier keep the order they were added in.
-    std::stable_sort(sorted.begin(), sorted.end(), [key, otherKey](const Json::Value& a, const Json::Value& b) {
-        const uint64_t ka = a.isMember(key) ? idOf(a, key) : 0x10000 + idOf(a, otherKey);
-        const uint64_t kb = b.isMember(key) ? idOf(b, key) : 0x10000 + idOf(b, otherKey);
-        return ka < kb;
-    });
-    entries = Json::Value(Json::arrayValue);
-    for (Json::Value& e : sorted) {
-        entries.append(std::move(e));
-    }
-}
-
 // Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
 // big import writes tens of megabytes and the library's stream writer copies through an ostream.
 void write(std::string& out, const Json::Value& v, size_t indent)
@@ -84,15 +64,14 @@ void write(std::string& out, const Json::Value& v, size_t indent)
     }
 }
 
-std::string fileName(const Json::Value& service)
+std::string fileName(uint16_t serviceId, int majorVersion, std::string label)
 {
     char id[8];
-    snprintf(id, sizeof(id), "%04x", static_cast<unsigned>(std::stoul(service["ServiceID"].asString())));
+    snprintf(id, sizeof(id), "%04x", static_cast<unsigned>(serviceId));
     std::string name = std::string("0x") + id;
-    if (service.isMember("MajorVersion")) {
-        name += "_v" + std::to_string(service["MajorVersion"].asInt());
+    if (majorVersion >= 0) {
+        name += "_v" + std::to_string(majorVersion);
     }
-    std::string label = service["ServiceName"].asString();
     for (char& c : label) {
         if (!isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') {
             c = '_';
@@ -140,26 +119,32 @@ Json::Value Attributes::differences(const Attributes& inherited) const
 size_t FormatBuilder::service(const Place& at, uint16_t id, int majorVersion, const std::string& name,
                               const Attributes& attributes)
 {
-    Json::Value s(Json::objectValue);
-    s["ServiceName"] = name;
-    s["ServiceID"] = std::to_string(id);
+    Service s{id, majorVersion, Json::Value(Json::objectValue), {}, {}, {}};
+    s.head["ServiceName"] = name;
+    s.head["ServiceID"] = std::to_string(id);
     if (majorVersion >= 0) {
-        s["MajorVersion"] = majorVersion;
+        s.head["MajorVersion"] = majorVersion;
     }
-    s["Attribute"] = attributes.toJson();
-    s["Methods"] = Json::Value(Json::arrayValue);
-    s["Events"] = Json::Value(Json::arrayValue);
-    s["Fields"] = Json::Value(Json::arrayValue);
+    s.head["Attribute"] = attributes.toJson();
     for (size_t i = 0; i < services_.size(); ++i) {
         if (services_[i].id == id && services_[i].majorVersion == majorVersion) {
-            report_.duplicate(at, "service " + std::to_string(id) + " (\"" + services_[i].json["ServiceName"].asString() +
+            report_.duplicate(at, "service " + std::to_string(id) + " (\"" + services_[i].head["ServiceName"].asString() +
                                       "\") is described again; the later description replaces it");
-            services_[i].json = std::move(s);
+            services_[i] = std::move(s);
             return i;
         }
     }
-    services_.push_back({id, majorVersion, std::move(s)});
+    services_.push_back(std::move(s));
     return services_.size() - 1;
+}
+
+void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const Json::Value& entry)
+{
+    Service& s = services_[service];
+    typeRefs(entry, s.types);
+    std::string text;
+    write(text, entry, 8);  // where an entry stands in the document
+    s.entries[kind].push_back({order, std::move(text)});
 }
 
 void FormatBuilder::method(size_t service, const std::string& name, uint16_t id, const List& request, const List* response,
@@ -175,7 +160,7 @@ void FormatBuilder::method(size_t service, const std::string& name, uint16_t id,
     if (error != nullptr) {
         m["Params"].append(list("error", *error));
     }
-    services_[service].json["Methods"].append(std::move(m));
+    add(service, Methods, id, m);
 }
 
 void FormatBuilder::event(size_t service, const std::string& name, uint16_t id, const List& params)
@@ -184,15 +169,15 @@ void FormatBuilder::event(size_t service, const std::string& name, uint16_t id, 
     e["EventName"] = name;
     e["EventID"] = std::to_string(id);
     e["Params"].append(list("event", params));
-    services_[service].json["Events"].append(std::move(e));
+    add(service, Events, id, e);
 }
 
 void FormatBuilder::field(size_t service, const std::string& name, int getter, int setter, int notifier, const List& value)
 {
-    Json::Value& fields = services_[service].json["Fields"];
     const List none;
+    services_[service].fieldNames.insert(name);
     // One entry per role: the lookup tells them apart by ID, and each has its own message layouts.
-    auto add = [&](const char* idKey, int id, std::initializer_list<std::pair<const char*, const List*>> lists) {
+    auto add = [&](const char* idKey, int id, uint32_t order, std::initializer_list<std::pair<const char*, const List*>> lists) {
         if (id < 0) {
             return;
         }
@@ -202,11 +187,11 @@ void FormatBuilder::field(size_t service, const std::string& name, int getter, i
         for (const auto& l : lists) {
             f["Params"].append(list(l.first, *l.second));
         }
-        fields.append(std::move(f));
+        this->add(service, Fields, order, f);
     };
-    add("MethodID", getter, {{"request", &none}, {"response", &value}});
-    add("MethodID", setter, {{"request", &value}, {"response", &value}});
-    add("EventID", notifier, {{"event", &value}});
+    add("MethodID", getter, static_cast<uint32_t>(getter), {{"request", &none}, {"response", &value}});
+    add("MethodID", setter, static_cast<uint32_t>(setter), {{"request", &value}, {"response", &value}});
+    add("EventID", notifier, 0x10000u + static_cast<uint32_t>(notifier), {{"event", &value}});
 }
 
 std::string FormatBuilder::typeName(const std::string& key, const std::string& preferred)
@@ -236,65 +221,115 @@ Json::Value FormatBuilder::typeRef(const std::string& name, const std::string& t
     return p;
 }
 
-void FormatBuilder::usedTypes(const Json::Value& value, std::set<std::string>& names) const
+void FormatBuilder::typeRefs(const Json::Value& value, std::set<std::string>& names)
 {
     if (value.isObject()) {
         const Json::Value* ref = value.find("TypeRef", "TypeRef" + 7);
-        if (ref != nullptr && ref->isString() && value["ParamType"] == "TYPEREF") {
-            const std::string name = ref->asString();
-            if (names.insert(name).second && types_.isMember(name)) {
-                usedTypes(types_[name], names);
-            }
+        if (ref != nullptr && ref->isString()) {
+            names.insert(ref->asString());
         }
     }
     if (value.isObject() || value.isArray()) {
         for (const Json::Value& v : value) {
-            usedTypes(v, names);
+            typeRefs(v, names);
         }
     }
 }
 
-std::string FormatBuilder::document(const std::vector<const Service*>& services, const std::set<std::string>* types) const
+std::set<std::string> FormatBuilder::closure(const std::vector<const Service*>& services) const
 {
+    std::set<std::string> names;
+    std::vector<std::string> todo;
+    for (const Service* s : services) {
+        todo.insert(todo.end(), s->types.begin(), s->types.end());
+    }
+    // Each type is walked once, however many services use it.
+    while (!todo.empty()) {
+        const std::string name = std::move(todo.back());
+        todo.pop_back();
+        if (!types_.isMember(name) || !names.insert(name).second) {
+            continue;
+        }
+        std::set<std::string> inner;
+        typeRefs(types_[name], inner);
+        todo.insert(todo.end(), inner.begin(), inner.end());
+    }
+    return names;
+}
+
+std::string FormatBuilder::serviceText(const Service& s) const
+{
+    // The members in key order, as a JSON object lists them: the head's, with the entry lists in place.
+    static const char* const kEntryKeys[kKinds] = {"Events", "Fields", "Methods"};
+    std::string out = "{";
+    bool first = true;
+    auto member = [&](const std::string& key) {
+        out += first ? "\n      " : ",\n      ";
+        first = false;
+        out += Json::valueToQuotedString(key.c_str());
+        out += ": ";
+    };
+    std::vector<std::string> keys = s.head.getMemberNames();
+    for (const char* k : kEntryKeys) {
+        keys.push_back(k);
+    }
+    std::sort(keys.begin(), keys.end());
+    for (const std::string& key : keys) {
+        const auto kind = std::find_if(std::begin(kEntryKeys), std::end(kEntryKeys), [&key](const char* k) { return key == k; });
+        if (kind == std::end(kEntryKeys)) {
+            member(key);
+            write(out, s.head[key], 6);
+            continue;
+        }
+        std::vector<const Entry*> entries;
+        for (const Entry& e : s.entries[kind - std::begin(kEntryKeys)]) {
+            entries.push_back(&e);
+        }
+        if (entries.empty()) {
+            continue;
+        }
+        // Stable: a field's getter and setter keep the order they were added in.
+        std::stable_sort(entries.begin(), entries.end(), [](const Entry* a, const Entry* b) { return a->order < b->order; });
+        member(key);
+        out += '[';
+        for (size_t i = 0; i < entries.size(); ++i) {
+            out += i == 0 ? "\n        " : ",\n        ";
+            out += entries[i]->text;
+        }
+        out += "\n      ]";
+    }
+    out += "\n    }";
+    return out;
+}
+
+std::string FormatBuilder::document(const std::vector<const Service*>& services) const
+{
+    // The types the services use, and the types those use in turn. One left behind by an element
+    // skipped later is not written.
+    const std::set<std::string> types = closure(services);
     // The members in key order, as the document would list them: FormatVersion, Services, Types.
     std::string out = "{\n  \"FormatVersion\": 2,\n  \"Services\": [";
     for (size_t i = 0; i < services.size(); ++i) {
         out += i == 0 ? "\n    " : ",\n    ";
-        write(out, services[i]->json, 4);
+        out += serviceText(*services[i]);
     }
     out += services.empty() ? "]" : "\n  ]";
-    const bool anyTypes = types == nullptr ? !types_.empty() : !types->empty();
-    if (anyTypes) {
-        out += ",\n  \"Types\": {";
-        bool first = true;
-        for (auto it = types_.begin(); it != types_.end(); ++it) {
-            if (types != nullptr && types->count(it.name()) == 0) {
-                continue;
-            }
-            out += first ? "\n    " : ",\n    ";
-            first = false;
-            out += Json::valueToQuotedString(it.name().c_str());
-            out += ": ";
-            write(out, *it, 4);
-        }
-        out += "\n  }";
+    bool first = true;
+    for (const std::string& name : types) {
+        out += first ? ",\n  \"Types\": {\n    " : ",\n    ";
+        first = false;
+        out += Json::valueToQuotedString(name.c_str());
+        out += ": ";
+        write(out, types_[name], 4);
     }
-    out += "\n}\n";
+    out += first ? "\n}\n" : "\n  }\n}\n";
     return out;
 }
 
 void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
 {
     std::vector<const Service*> order;
-    for (Service& s : services_) {
-        sortEntries(s.json["Methods"], "MethodID", "MethodID");
-        sortEntries(s.json["Events"], "EventID", "EventID");
-        sortEntries(s.json["Fields"], "MethodID", "EventID");
-        for (const char* key : {"Methods", "Events", "Fields"}) {
-            if (s.json[key].empty()) {
-                s.json.removeMember(key);
-            }
-        }
+    for (const Service& s : services_) {
         order.push_back(&s);
     }
     std::stable_sort(order.begin(), order.end(), [](const Service* a, const Service* b) {
@@ -303,26 +338,15 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
     ZQSomeIPImportReport& r = report_.data();
     r.services = order.size();
     for (const Service* s : order) {
-        r.methods += s->json["Methods"].size();
-        r.events += s->json["Events"].size();
-        std::set<std::string> fieldNames;
-        for (const Json::Value& f : s->json["Fields"]) {
-            fieldNames.insert(f["FieldName"].asString());
-        }
-        r.fields += fieldNames.size();
+        r.methods += s->entries[Methods].size();
+        r.events += s->entries[Events].size();
+        r.fields += s->fieldNames.size();
         if (perService) {
-            std::set<std::string> names;
-            usedTypes(s->json, names);
-            result.perService.push_back({fileName(s->json), document({s}, &names)});
+            result.perService.push_back({fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s})});
         }
     }
-    // The types some service uses: one left behind by an element skipped later is not written.
-    std::set<std::string> used;
-    for (const Service* s : order) {
-        usedTypes(s->json, used);
-    }
-    r.types = static_cast<size_t>(std::count_if(used.begin(), used.end(), [this](const std::string& n) { return types_.isMember(n); }));
-    result.formatText = document(order, &used);
+    r.types = closure(order).size();
+    result.formatText = document(order);
 }
 
 }  // namespace import

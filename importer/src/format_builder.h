@@ -100,14 +100,29 @@ public:
     void finish(ZQSomeIPImportResult& result, bool perService);
 
 private:
+    // Entries are kept as their text from the moment they are added: a big import holds tens of
+    // thousands, and their JSON trees would take several times the memory of the text.
+    enum Kind { Events, Fields, Methods, kKinds };  // in the order their keys sort
+    struct Entry {
+        uint32_t order;  // by ID; a field's notifier after its methods
+        std::string text;
+    };
     struct Service {
         uint16_t id;
         int majorVersion;
-        Json::Value json;
+        Json::Value head;  // name, ID, version, attributes
+        std::vector<Entry> entries[kKinds];
+        std::set<std::string> fieldNames;
+        std::set<std::string> types;  // named by its entries directly
     };
-    // The version-2 document of these services, holding `types` (all when null).
-    std::string document(const std::vector<const Service*>& services, const std::set<std::string>* types) const;
-    void usedTypes(const Json::Value& value, std::set<std::string>& names) const;
+    void add(size_t service, Kind kind, uint32_t order, const Json::Value& entry);
+    std::string serviceText(const Service& s) const;
+    // The version-2 document of these services, with the types they use.
+    std::string document(const std::vector<const Service*>& services) const;
+    // The type names a value refers to directly.
+    static void typeRefs(const Json::Value& value, std::set<std::string>& names);
+    // The defined types these services use, directly or through other types.
+    std::set<std::string> closure(const std::vector<const Service*>& services) const;
 
     Report& report_;
     std::vector<Service> services_;

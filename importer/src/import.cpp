@@ -85,6 +85,10 @@ ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> source
     if (!arxml.empty()) {
         import::readArxml(arxml, builder, report);
     }
+    // The documents are done with: their memory goes before the output text is put together.
+    fibex.clear();
+    arxml.clear();
+    inputs.clear();
     builder.finish(result, options.perService);
     result.report = std::move(report.data());
     result.ok = true;
