@@ -231,11 +231,22 @@ std::string readAll(std::istream& in)
 
 std::string readFile(const std::string& path, const std::string& what)
 {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in) {
         fail(kExitUsage, "cannot read " + what + " '" + path + "'");
     }
-    return readAll(in);
+    // Sized once where the size is known: a big description would otherwise grow by doubling.
+    const std::streamoff size = in.tellg();
+    if (size <= 0) {
+        in.seekg(0);
+        return readAll(in);
+    }
+    std::string text(static_cast<size_t>(size), '\0');
+    in.seekg(0);
+    if (!in.read(&text[0], size)) {
+        fail(kExitUsage, "cannot read " + what + " '" + path + "'");
+    }
+    return text;
 }
 
 } // namespace someip_json
