@@ -35,6 +35,8 @@ struct ZQSomeIPImportIssue {
 
 struct ZQ_IMPORT_API ZQSomeIPImportReport {
     size_t services = 0, methods = 0, events = 0, fields = 0, types = 0;
+    // Read and checked but not written: format files have no place for service discovery's groups.
+    size_t eventGroups = 0;
     std::vector<ZQSomeIPImportIssue> skipped;       // left out: the format cannot say it, or it is broken
     std::vector<ZQSomeIPImportIssue> approximated;  // written, but not exactly as described
     std::vector<ZQSomeIPImportIssue> unresolved;    // references that lead nowhere

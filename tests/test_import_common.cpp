@@ -44,7 +44,7 @@ TEST(Import, AnEmptyDescriptionGivesAnEmptyDocumentAndReport)
     EXPECT_TRUE(r.perService.empty());
     EXPECT_EQ(r.report.summary(), "0 services, 0 methods, 0 events, 0 fields, 0 types; 0 skipped, 0 approximated, "
                                   "0 unresolved, 0 duplicates");
-    EXPECT_EQ(r.report.toJson(), R"({"approximated":[],"duplicates":[],"events":0,"fields":0,"methods":0,)"
+    EXPECT_EQ(r.report.toJson(), R"({"approximated":[],"duplicates":[],"event_groups":0,"events":0,"fields":0,"methods":0,)"
                                  R"("services":0,"skipped":[],"types":0,"unresolved":[]})");
 }
 

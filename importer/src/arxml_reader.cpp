@@ -309,6 +309,7 @@ private:
     void eventGroups(const Element& d)
     {
         forChildren(child(d.node, "EVENT-GROUPS"), "SOMEIP-EVENT-GROUP", [&](pugi::xml_node g) {
+            ++report_.data().eventGroups;
             const Element group{d.input, g};
             id(group, "EVENT-GROUP-ID", 0xFFFF);
             forChildren(child(g, "EVENT-REFS"), "EVENT-REF", [&](pugi::xml_node r) { index_.resolve({d.input, r}); });

@@ -163,11 +163,7 @@ private:
         forChildren(child(si.node, "METHODS"), "METHOD", [&](pugi::xml_node m) { method({si.in, m}, s, path, methodIds); });
         forChildren(child(si.node, "EVENTS"), "EVENT", [&](pugi::xml_node e) { event({si.in, e}, s, path, eventIds); });
         forChildren(child(si.node, "FIELDS"), "FIELD", [&](pugi::xml_node f) { field({si.in, f}, s, path, methodIds, eventIds); });
-        size_t groups = 0;
-        forChildren(child(si.node, "EVENT-GROUPS"), "EVENT-GROUP", [&](pugi::xml_node) { ++groups; });
-        if (groups != 0) {
-            report_.skipped(at, std::to_string(groups) + " event groups are not written: format files have no place for them");
-        }
+        forChildren(child(si.node, "EVENT-GROUPS"), "EVENT-GROUP", [&](pugi::xml_node) { ++report_.data().eventGroups; });
     }
 
     // An entry's ID, checked for range and for its use by an earlier entry of the service.

@@ -362,6 +362,7 @@ std::string ZQSomeIPImportReport::toJson() const
     r["events"] = static_cast<Json::UInt64>(events);
     r["fields"] = static_cast<Json::UInt64>(fields);
     r["types"] = static_cast<Json::UInt64>(types);
+    r["event_groups"] = static_cast<Json::UInt64>(eventGroups);
     const std::pair<const char*, const std::vector<ZQSomeIPImportIssue>*> lists[] = {
         {"skipped", &skipped}, {"approximated", &approximated}, {"unresolved", &unresolved}, {"duplicates", &duplicates}};
     for (const auto& l : lists) {

@@ -62,6 +62,15 @@ bool ownStringRules(const Param& p, const ZQSomeIPExtendAttr& a)
 
 bool isBasic(const Param& p) { return p.kind <= Param::Double; }
 
+// The array frame a string of its own rules travels in (see ownStringRules): outside TLV a fixed
+// string has no length field; inside, the TLV one stands in the string's length field size.
+ZQSomeIPExtendAttr blockFrame(const Param& p, const ZQSomeIPExtendAttr& ea, bool tlvMember)
+{
+    ZQSomeIPExtendAttr block = ea;
+    block.array_length_field_size = p.fixedLength > 0 && !tlvMember ? 0 : ea.string_length_field_size;
+    return block;
+}
+
 // Bytes that bring `offset` to a multiple of `alignment` (in bytes; 1 means none).
 size_t alignPadding(size_t offset, uint32_t alignment)
 {
@@ -650,21 +659,16 @@ private:
         return true;
     }
 
-    // A string as a byte block: a fixed one in an array frame of its declared size (or of the TLV
-    // length), a dynamic one in a vector frame whose length field is the string's.
+    // A string as a byte block in an array frame: a fixed one of its declared size (or of the TLV
+    // length), a dynamic one behind the string's length field. An array, not a vector: a string
+    // leaves no alignment pending after it, as the engines' own strings do not.
     bool ownString(Reader& r, size_t base, const Param& p, const ZQSomeIPExtendAttr& ea, bool tlvMember)
     {
-        ZQSomeIPExtendAttr block = ea;
         const bool fixed = p.fixedLength > 0;
-        if (fixed) {
-            // Outside TLV a fixed string has no length field; inside, the TLV one stands in ea's string size.
-            block.array_length_field_size = tlvMember ? ea.string_length_field_size : 0;
-        } else {
-            block.vector_length_field_size = ea.string_length_field_size;
-        }
+        const ZQSomeIPExtendAttr block = blockFrame(p, ea, tlvMember);
         const size_t at = r.get_index();
-        const uint32_t lfs = fixed ? block.array_length_field_size : block.vector_length_field_size;
-        const uint32_t code = fixed ? r.array_data_begin(&block) : r.vector_data_begin(&block);
+        const uint32_t lfs = block.array_length_field_size;
+        const uint32_t code = r.array_data_begin(&block);
         if (code != 0) {
             if (at + lfs > r.get_size()) {
                 return fail(Error::Truncated, base + at, "the payload ends inside this string's length field");
@@ -1495,22 +1499,19 @@ private:
         if (p.stringTerminator) {
             bytes.insert(bytes.end(), utf16 ? 2 : 1, 0);
         }
-        ZQSomeIPExtendAttr block = ea;
         if (p.fixedLength > 0) {
             if (bytes.size() > p.fixedLength) {
                 return fail(Error::TooLong, "takes " + std::to_string(bytes.size()) + " bytes, the string's fixed length is " +
                                                 std::to_string(p.fixedLength));
             }
             bytes.resize(p.fixedLength, 0);
-            block.array_length_field_size = tlvMember ? ea.string_length_field_size : 0;
-        } else {
-            block.vector_length_field_size = ea.string_length_field_size;
         }
-        const uint32_t lfs = p.fixedLength > 0 ? block.array_length_field_size : block.vector_length_field_size;
+        const ZQSomeIPExtendAttr block = blockFrame(p, ea, tlvMember);
+        const uint32_t lfs = block.array_length_field_size;
         if (lfs > 0 && bytes.size() > lengthCapacity(lfs)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
-        const uint32_t begun = p.fixedLength > 0 ? w_->array_data_begin(&block) : w_->vector_data_begin(&block);
+        const uint32_t begun = w_->array_data_begin(&block);
         return written(begun) && (bytes.empty() || written(w_->write(bytes.data(), static_cast<unsigned>(bytes.size()), &block))) &&
                written(w_->data_end());
     }
