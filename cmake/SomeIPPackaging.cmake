@@ -21,6 +21,13 @@ if(TARGET someip_capture)
   install(FILES ${PROJECT_SOURCE_DIR}/capture/ZQSomeIPCapture.h DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
 endif()
 
+if(TARGET someip_import)
+  set_target_properties(someip_import PROPERTIES EXPORT_NAME someip_import)
+  target_include_directories(someip_import INTERFACE $<INSTALL_INTERFACE:${SOMEIP_HEADER_INSTALL_DIR}>)
+  install(TARGETS someip_import EXPORT someip_parser_vaqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES ${PROJECT_SOURCE_DIR}/importer/ZQSomeIPImport.h DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
+endif()
+
 if(TARGET someip-json)
   # Found next to the tool wherever the prefix is; a no-op for the system's library directories.
   file(RELATIVE_PATH _someip_bin_to_lib /p/${CMAKE_INSTALL_BINDIR} /p/${CMAKE_INSTALL_LIBDIR})
@@ -30,7 +37,7 @@ endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-# CMake package: someip_parser_vaq::someip_parser_vaq (and ::someip_capture), relocatable.
+# CMake package: someip_parser_vaq::someip_parser_vaq (and ::someip_capture, ::someip_import), relocatable.
 install(EXPORT someip_parser_vaqTargets NAMESPACE someip_parser_vaq::
   DESTINATION ${SOMEIP_CMAKE_INSTALL_DIR})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/someip_parser_vaqConfig.cmake.in
