@@ -20,6 +20,27 @@ Json::Value list(const char* direction, const FormatBuilder::List& l)
     return element;
 }
 
+// A string quoted as the JSON library quotes it. Nearly everything an import writes (keys, names, type
+// names) needs no escape and is copied as it is, without the library's two allocations per string.
+void quoted(std::string& out, const char* begin, const char* end)
+{
+    // The library takes a C string: whatever follows a NUL never shows, here neither.
+    end = std::find(begin, end, '\0');
+    const bool plain = std::all_of(begin, end, [](char c) {
+        const auto u = static_cast<unsigned char>(c);
+        return u >= 0x20 && u < 0x80 && c != '"' && c != '\\';
+    });
+    if (!plain) {
+        out += Json::valueToQuotedString(std::string(begin, end).c_str());
+        return;
+    }
+    out += '"';
+    out.append(begin, end);
+    out += '"';
+}
+
+void quoted(std::string& out, const std::string& s) { quoted(out, s.data(), s.data() + s.size()); }
+
 // Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
 // big import writes tens of megabytes and the library's stream writer copies through an ostream.
 void write(std::string& out, const Json::Value& v, size_t indent)
@@ -39,7 +60,9 @@ void write(std::string& out, const Json::Value& v, size_t indent)
             first = false;
             out.append(indent + 2, ' ');
             if (object) {
-                out += Json::valueToQuotedString(it.name().c_str());
+                const char* end = nullptr;
+                const char* name = it.memberName(&end);
+                quoted(out, name, end);
                 out += ": ";
             }
             write(out, *it, indent + 2);
@@ -53,7 +76,7 @@ void write(std::string& out, const Json::Value& v, size_t indent)
         const char* begin = nullptr;
         const char* end = nullptr;
         v.getString(&begin, &end);
-        out += Json::valueToQuotedString(std::string(begin, end).c_str());
+        quoted(out, begin, end);
         return;
     }
     case Json::intValue: out += std::to_string(v.asLargestInt()); return;
@@ -266,7 +289,7 @@ std::string FormatBuilder::serviceText(const Service& s) const
     auto member = [&](const std::string& key) {
         out += first ? "\n      " : ",\n      ";
         first = false;
-        out += Json::valueToQuotedString(key.c_str());
+        quoted(out, key);
         out += ": ";
     };
     std::vector<std::string> keys = s.head.getMemberNames();
@@ -318,7 +341,7 @@ std::string FormatBuilder::document(const std::vector<const Service*>& services)
     for (const std::string& name : types) {
         out += first ? ",\n  \"Types\": {\n    " : ",\n    ";
         first = false;
-        out += Json::valueToQuotedString(name.c_str());
+        quoted(out, name);
         out += ": ";
         write(out, types_[name], 4);
     }
