@@ -1,7 +1,7 @@
 #include "format_builder.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <cstring>
 #include <memory>
 #include <sstream>
 
@@ -10,15 +10,11 @@ namespace import {
 
 namespace {
 
-std::string bits(uint32_t bytes) { return std::to_string(bytes * 8); }
+// Where an entry's parts stand in the document: the entry itself, and the elements of its "Params".
+constexpr size_t kEntryIndent = 8;
+constexpr size_t kListIndent = 12;
 
-Json::Value list(const char* direction, const FormatBuilder::List& l)
-{
-    Json::Value element = l.keys;
-    element["MethodType"] = direction;
-    element["ParamsDetails"] = l.params;
-    return element;
-}
+std::string bits(uint32_t bytes) { return std::to_string(bytes * 8); }
 
 // A string quoted as the JSON library quotes it. Nearly everything an import writes (keys, names, type
 // names) needs no escape and is copied as it is, without the library's two allocations per string.
@@ -42,8 +38,9 @@ void quoted(std::string& out, const char* begin, const char* end)
 void quoted(std::string& out, const std::string& s) { quoted(out, s.data(), s.data() + s.size()); }
 
 // Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
-// big import writes tens of megabytes and the library's stream writer copies through an ostream.
-void write(std::string& out, const Json::Value& v, size_t indent)
+// big import writes tens of megabytes and the library's stream writer copies through an ostream. The
+// names of the types it refers to ("TypeRef") go to `types` on the way, when given.
+void write(std::string& out, const Json::Value& v, size_t indent, std::set<std::string>* types = nullptr)
 {
     switch (v.type()) {
     case Json::objectValue:
@@ -64,8 +61,11 @@ void write(std::string& out, const Json::Value& v, size_t indent)
                 const char* name = it.memberName(&end);
                 quoted(out, name, end);
                 out += ": ";
+                if (types != nullptr && end - name == 7 && std::memcmp(name, "TypeRef", 7) == 0 && it->isString()) {
+                    types->insert(it->asString());
+                }
             }
-            write(out, *it, indent + 2);
+            write(out, *it, indent + 2, types);
         }
         out += '\n';
         out.append(indent, ' ');
@@ -85,6 +85,34 @@ void write(std::string& out, const Json::Value& v, size_t indent)
     case Json::booleanValue: out += v.asBool() ? "true" : "false"; return;
     case Json::nullValue: out += "null"; return;
     }
+}
+
+// An object member written in key order among its siblings: a value, or text written before at its depth.
+struct Member {
+    std::string key;
+    const Json::Value* value;
+    const std::string* text;
+};
+
+void writeObject(std::string& out, std::vector<Member>& members, size_t indent, std::set<std::string>& types)
+{
+    // The order of a JSON object's members: bytewise, as the library's map keeps them.
+    std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) { return a.key < b.key; });
+    out += '{';
+    for (size_t i = 0; i < members.size(); ++i) {
+        out += i == 0 ? "\n" : ",\n";
+        out.append(indent + 2, ' ');
+        quoted(out, members[i].key);
+        out += ": ";
+        if (members[i].value != nullptr) {
+            write(out, *members[i].value, indent + 2, &types);
+        } else {
+            out += *members[i].text;
+        }
+    }
+    out += '\n';
+    out.append(indent, ' ');
+    out += '}';
 }
 
 std::string fileName(uint16_t serviceId, int majorVersion, std::string label)
@@ -161,60 +189,87 @@ size_t FormatBuilder::service(const Place& at, uint16_t id, int majorVersion, co
     return services_.size() - 1;
 }
 
-void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const Json::Value& entry)
+std::string FormatBuilder::paramsText(size_t service, const List& list)
+{
+    std::string text;
+    write(text, list.params, kListIndent + 2, &services_[service].types);
+    return text;
+}
+
+void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const char* nameKey, const std::string& name,
+                        const char* idKey, uint16_t id, const std::vector<ListText>& lists)
 {
     Service& s = services_[service];
-    typeRefs(entry, s.types);
+    std::string params = "[";
+    for (const ListText& l : lists) {
+        params += params.size() == 1 ? "\n" : ",\n";
+        params.append(kListIndent, ' ');
+        // The list's own keys, then those of the entry, which win over a key of the same name.
+        const Json::Value direction(l.direction);
+        std::vector<Member> members;
+        for (auto it = l.list->keys.begin(); it != l.list->keys.end(); ++it) {
+            std::string key = it.name();
+            if (key != "MethodType" && key != "ParamsDetails") {
+                members.push_back({std::move(key), &*it, nullptr});
+            }
+        }
+        members.push_back({"MethodType", &direction, nullptr});
+        members.push_back({"ParamsDetails", nullptr, l.params});
+        writeObject(params, members, kListIndent, s.types);
+    }
+    params += '\n';
+    params.append(kListIndent - 2, ' ');
+    params += ']';
+    const Json::Value nameValue(name), idValue(std::to_string(id));
+    std::vector<Member> members = {{nameKey, &nameValue, nullptr}, {idKey, &idValue, nullptr}, {"Params", nullptr, &params}};
     std::string text;
-    write(text, entry, 8);  // where an entry stands in the document
+    writeObject(text, members, kEntryIndent, s.types);
+    // Tens of thousands of entries are held until the end: without the slack of their growth.
+    text.shrink_to_fit();
     s.entries[kind].push_back({order, std::move(text)});
 }
 
 void FormatBuilder::method(size_t service, const std::string& name, uint16_t id, const List& request, const List* response,
                            const List* error)
 {
-    Json::Value m(Json::objectValue);
-    m["MethodName"] = name;
-    m["MethodID"] = std::to_string(id);
-    m["Params"].append(list("request", request));
+    const std::string requestText = paramsText(service, request);
+    const std::string responseText = response != nullptr ? paramsText(service, *response) : std::string();
+    const std::string errorText = error != nullptr ? paramsText(service, *error) : std::string();
+    std::vector<ListText> lists = {{"request", &request, &requestText}};
     if (response != nullptr) {
-        m["Params"].append(list("response", *response));
+        lists.push_back({"response", response, &responseText});
     }
     if (error != nullptr) {
-        m["Params"].append(list("error", *error));
+        lists.push_back({"error", error, &errorText});
     }
-    add(service, Methods, id, m);
+    add(service, Methods, id, "MethodName", name, "MethodID", id, lists);
 }
 
 void FormatBuilder::event(size_t service, const std::string& name, uint16_t id, const List& params)
 {
-    Json::Value e(Json::objectValue);
-    e["EventName"] = name;
-    e["EventID"] = std::to_string(id);
-    e["Params"].append(list("event", params));
-    add(service, Events, id, e);
+    const std::string text = paramsText(service, params);
+    add(service, Events, id, "EventName", name, "EventID", id, {{"event", &params, &text}});
 }
 
 void FormatBuilder::field(size_t service, const std::string& name, int getter, int setter, int notifier, const List& value)
 {
     const List none;
     services_[service].fieldNames.insert(name);
+    // The value's parameters are written once, for the up to four lists it stands in.
+    const std::string noneText = paramsText(service, none), valueText = paramsText(service, value);
     // One entry per role: the lookup tells them apart by ID, and each has its own message layouts.
-    auto add = [&](const char* idKey, int id, uint32_t order, std::initializer_list<std::pair<const char*, const List*>> lists) {
-        if (id < 0) {
-            return;
-        }
-        Json::Value f(Json::objectValue);
-        f["FieldName"] = name;
-        f[idKey] = std::to_string(id);
-        for (const auto& l : lists) {
-            f["Params"].append(list(l.first, *l.second));
-        }
-        this->add(service, Fields, order, f);
-    };
-    add("MethodID", getter, static_cast<uint32_t>(getter), {{"request", &none}, {"response", &value}});
-    add("MethodID", setter, static_cast<uint32_t>(setter), {{"request", &value}, {"response", &value}});
-    add("EventID", notifier, 0x10000u + static_cast<uint32_t>(notifier), {{"event", &value}});
+    if (getter >= 0) {
+        add(service, Fields, static_cast<uint32_t>(getter), "FieldName", name, "MethodID", static_cast<uint16_t>(getter),
+            {{"request", &none, &noneText}, {"response", &value, &valueText}});
+    }
+    if (setter >= 0) {
+        add(service, Fields, static_cast<uint32_t>(setter), "FieldName", name, "MethodID", static_cast<uint16_t>(setter),
+            {{"request", &value, &valueText}, {"response", &value, &valueText}});
+    }
+    if (notifier >= 0) {
+        add(service, Fields, 0x10000u + static_cast<uint32_t>(notifier), "FieldName", name, "EventID",
+            static_cast<uint16_t>(notifier), {{"event", &value, &valueText}});
+    }
 }
 
 std::string FormatBuilder::typeName(const std::string& key, const std::string& preferred)

@@ -115,7 +115,16 @@ private:
         std::set<std::string> fieldNames;
         std::set<std::string> types;  // named by its entries directly
     };
-    void add(size_t service, Kind kind, uint32_t order, const Json::Value& entry);
+    // A parameter list in an entry: its direction, its keys, and its parameters written before (a
+    // field's value stands in up to four lists, and is written once).
+    struct ListText {
+        const char* direction;
+        const List* list;
+        const std::string* params;
+    };
+    std::string paramsText(size_t service, const List& list);
+    void add(size_t service, Kind kind, uint32_t order, const char* nameKey, const std::string& name, const char* idKey,
+             uint16_t id, const std::vector<ListText>& lists);
     std::string serviceText(const Service& s) const;
     // The version-2 document of these services, with the types they use.
     std::string document(const std::vector<const Service*>& services) const;
