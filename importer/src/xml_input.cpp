@@ -16,9 +16,11 @@ std::unique_ptr<XmlInput> XmlInput::parse(std::string name, std::string text, st
     input->name_ = std::move(name);
     input->buffer_ = std::move(text);
     input->size_ = input->buffer_.size();
-    // In place: the DOM's strings live in the buffer, so a file costs its size plus the nodes.
-    const pugi::xml_parse_result result =
-        input->doc_.load_buffer_inplace(input->buffer_.data(), input->buffer_.size(), pugi::parse_default);
+    // In place: the DOM's strings live in the buffer, so a file costs its size plus the nodes. An
+    // element's text is kept in the element (a node less for most elements of a description, a third
+    // of the DOM); the readers take text through child_value(), which reads it there.
+    const pugi::xml_parse_result result = input->doc_.load_buffer_inplace(input->buffer_.data(), input->buffer_.size(),
+                                                                          pugi::parse_default | pugi::parse_embed_pcdata);
     if (!result) {
         const size_t offset = std::min<size_t>(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0)), input->size_);
         const size_t line = 1 + static_cast<size_t>(std::count(input->buffer_.begin(),
