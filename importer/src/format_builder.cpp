@@ -1,6 +1,7 @@
 #include "format_builder.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -20,19 +21,26 @@ std::string bits(uint32_t bytes) { return std::to_string(bytes * 8); }
 // names) needs no escape and is copied as it is, without the library's two allocations per string.
 void quoted(std::string& out, const char* begin, const char* end)
 {
-    // The library takes a C string: whatever follows a NUL never shows, here neither.
-    end = std::find(begin, end, '\0');
-    const bool plain = std::all_of(begin, end, [](char c) {
-        const auto u = static_cast<unsigned char>(c);
-        return u >= 0x20 && u < 0x80 && c != '"' && c != '\\';
-    });
-    if (!plain) {
-        out += Json::valueToQuotedString(std::string(begin, end).c_str());
+    // What the library escapes: quotes, backslashes, control characters and all of UTF-8 beyond ASCII.
+    static const auto kEscaped = [] {
+        std::array<bool, 256> t{};
+        for (int c = 0; c < 256; ++c) {
+            t[c] = c < 0x20 || c >= 0x80 || c == '"' || c == '\\';
+        }
+        return t;
+    }();
+    const char* p = begin;
+    while (p != end && !kEscaped[static_cast<unsigned char>(*p)]) {
+        ++p;
+    }
+    if (p == end) {
+        out += '"';
+        out.append(begin, end);
+        out += '"';
         return;
     }
-    out += '"';
-    out.append(begin, end);
-    out += '"';
+    // The library takes a C string: whatever follows a NUL never shows, here neither.
+    out += Json::valueToQuotedString(std::string(begin, std::find(p, end, '\0')).c_str());
 }
 
 void quoted(std::string& out, const std::string& s) { quoted(out, s.data(), s.data() + s.size()); }
@@ -380,11 +388,8 @@ std::string FormatBuilder::serviceText(const Service& s) const
     return out;
 }
 
-std::string FormatBuilder::document(const std::vector<const Service*>& services) const
+std::string FormatBuilder::document(const std::vector<const Service*>& services, const std::set<std::string>& types) const
 {
-    // The types the services use, and the types those use in turn. One left behind by an element
-    // skipped later is not written.
-    const std::set<std::string> types = closure(services);
     // The members in key order, as the document would list them: FormatVersion, Services, Types.
     std::string out = "{\n  \"FormatVersion\": 2,\n  \"Services\": [";
     for (size_t i = 0; i < services.size(); ++i) {
@@ -420,11 +425,14 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
         r.events += s->entries[Events].size();
         r.fields += s->fieldNames.size();
         if (perService) {
-            result.perService.push_back({fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s})});
+            result.perService.push_back({fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s}, closure({s}))});
         }
     }
-    r.types = closure(order).size();
-    result.formatText = document(order);
+    // The types the services use, and the types those use in turn. One left behind by an element
+    // skipped later is not written.
+    const std::set<std::string> types = closure(order);
+    r.types = types.size();
+    result.formatText = document(order, types);
 }
 
 }  // namespace import

@@ -127,7 +127,7 @@ private:
              uint16_t id, const std::vector<ListText>& lists);
     std::string serviceText(const Service& s) const;
     // The version-2 document of these services, with the types they use.
-    std::string document(const std::vector<const Service*>& services) const;
+    std::string document(const std::vector<const Service*>& services, const std::set<std::string>& types) const;
     // The type names a value refers to directly.
     static void typeRefs(const Json::Value& value, std::set<std::string>& names);
     // The defined types these services use, directly or through other types.

@@ -5,6 +5,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <locale.h>
 
 namespace ZQSomeIP {
@@ -44,10 +45,11 @@ size_t XmlInput::line(pugi::xml_node node) const
     // The in-place parse writes zeros into the buffer, never over a line break, so lines still count.
     if (lineStarts_.empty()) {
         lineStarts_.push_back(0);
-        for (size_t i = 0; i < size_; ++i) {
-            if (buffer_[i] == '\n') {
-                lineStarts_.push_back(i + 1);
-            }
+        const char* const begin = buffer_.data();
+        const char* const end = begin + size_;
+        for (const char* p = begin; (p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)))) != nullptr;) {
+            ++p;
+            lineStarts_.push_back(static_cast<size_t>(p - begin));
         }
     }
     return static_cast<size_t>(std::upper_bound(lineStarts_.begin(), lineStarts_.end(), static_cast<size_t>(offset)) -
