@@ -45,56 +45,6 @@ void quoted(std::string& out, const char* begin, const char* end)
 
 void quoted(std::string& out, const std::string& s) { quoted(out, s.data(), s.data() + s.size()); }
 
-// Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
-// big import writes tens of megabytes and the library's stream writer copies through an ostream. The
-// names of the types it refers to ("TypeRef") go to `types` on the way, when given.
-void write(std::string& out, const Json::Value& v, size_t indent, std::set<std::string>* types = nullptr)
-{
-    switch (v.type()) {
-    case Json::objectValue:
-    case Json::arrayValue: {
-        const bool object = v.isObject();
-        if (v.empty()) {
-            out += object ? "{}" : "[]";
-            return;
-        }
-        out += object ? '{' : '[';
-        bool first = true;
-        for (auto it = v.begin(); it != v.end(); ++it) {
-            out += first ? "\n" : ",\n";
-            first = false;
-            out.append(indent + 2, ' ');
-            if (object) {
-                const char* end = nullptr;
-                const char* name = it.memberName(&end);
-                quoted(out, name, end);
-                out += ": ";
-                if (types != nullptr && end - name == 7 && std::memcmp(name, "TypeRef", 7) == 0 && it->isString()) {
-                    types->insert(it->asString());
-                }
-            }
-            write(out, *it, indent + 2, types);
-        }
-        out += '\n';
-        out.append(indent, ' ');
-        out += object ? '}' : ']';
-        return;
-    }
-    case Json::stringValue: {
-        const char* begin = nullptr;
-        const char* end = nullptr;
-        v.getString(&begin, &end);
-        quoted(out, begin, end);
-        return;
-    }
-    case Json::intValue: out += std::to_string(v.asLargestInt()); return;
-    case Json::uintValue: out += std::to_string(v.asLargestUInt()); return;
-    case Json::realValue: out += Json::valueToString(v.asDouble()); return;
-    case Json::booleanValue: out += v.asBool() ? "true" : "false"; return;
-    case Json::nullValue: out += "null"; return;
-    }
-}
-
 // An object member written in key order among its siblings: a value, or text written before at its depth.
 struct Member {
     std::string key;
@@ -102,25 +52,137 @@ struct Member {
     const std::string* text;
 };
 
-void writeObject(std::string& out, std::vector<Member>& members, size_t indent, std::set<std::string>& types)
-{
-    // The order of a JSON object's members: bytewise, as the library's map keeps them.
-    std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) { return a.key < b.key; });
-    out += '{';
-    for (size_t i = 0; i < members.size(); ++i) {
-        out += i == 0 ? "\n" : ",\n";
-        out.append(indent + 2, ' ');
-        quoted(out, members[i].key);
-        out += ": ";
-        if (members[i].value != nullptr) {
-            write(out, *members[i].value, indent + 2, &types);
-        } else {
-            out += *members[i].text;
+// Pretty JSON, two blanks an indent, members in key order: written straight into one string, since a
+// big import writes tens of megabytes and the library's stream writer copies through an ostream.
+//
+// Entries are held from the moment they are added until the end, and half of their text would be the
+// blanks that indent it: held text has each line break followed by its indent's width instead (7 bits
+// a byte, the last byte below 128), and withIndents() puts the blanks in when the document is written.
+// A line break stands nowhere else in written JSON, since strings escape control characters.
+class Writer {
+public:
+    // The names of the types the text refers to ("TypeRef") go to `types`, when given.
+    Writer(std::string& out, bool held, std::set<std::string>* types = nullptr) : out_(out), held_(held), types_(types) {}
+
+    // A line break and the indent of the next line.
+    void line(size_t indent)
+    {
+        out_ += '\n';
+        if (!held_) {
+            out_.append(indent, ' ');
+            return;
+        }
+        for (;; indent >>= 7) {
+            if (indent < 0x80) {
+                out_ += static_cast<char>(indent);
+                return;
+            }
+            out_ += static_cast<char>(0x80 | (indent & 0x7F));
         }
     }
-    out += '\n';
-    out.append(indent, ' ');
-    out += '}';
+
+    void value(const Json::Value& v, size_t indent)
+    {
+        switch (v.type()) {
+        case Json::objectValue:
+        case Json::arrayValue: {
+            const bool object = v.isObject();
+            if (v.empty()) {
+                out_ += object ? "{}" : "[]";
+                return;
+            }
+            out_ += object ? '{' : '[';
+            bool first = true;
+            for (auto it = v.begin(); it != v.end(); ++it) {
+                if (!first) {
+                    out_ += ',';
+                }
+                first = false;
+                line(indent + 2);
+                if (object) {
+                    const char* end = nullptr;
+                    const char* name = it.memberName(&end);
+                    quoted(out_, name, end);
+                    out_ += ": ";
+                    if (types_ != nullptr && end - name == 7 && std::memcmp(name, "TypeRef", 7) == 0 && it->isString()) {
+                        types_->insert(it->asString());
+                    }
+                }
+                value(*it, indent + 2);
+            }
+            line(indent);
+            out_ += object ? '}' : ']';
+            return;
+        }
+        case Json::stringValue: {
+            const char* begin = nullptr;
+            const char* end = nullptr;
+            v.getString(&begin, &end);
+            quoted(out_, begin, end);
+            return;
+        }
+        case Json::intValue: out_ += std::to_string(v.asLargestInt()); return;
+        case Json::uintValue: out_ += std::to_string(v.asLargestUInt()); return;
+        case Json::realValue: out_ += Json::valueToString(v.asDouble()); return;
+        case Json::booleanValue: out_ += v.asBool() ? "true" : "false"; return;
+        case Json::nullValue: out_ += "null"; return;
+        }
+    }
+
+    // An object of members put together here; text given for a member was written at its depth.
+    void object(std::vector<Member>& members, size_t indent)
+    {
+        // The order of a JSON object's members: bytewise, as the library's map keeps them.
+        std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) { return a.key < b.key; });
+        out_ += '{';
+        for (size_t i = 0; i < members.size(); ++i) {
+            if (i != 0) {
+                out_ += ',';
+            }
+            line(indent + 2);
+            quoted(out_, members[i].key);
+            out_ += ": ";
+            if (members[i].value != nullptr) {
+                value(*members[i].value, indent + 2);
+            } else {
+                out_ += *members[i].text;
+            }
+        }
+        line(indent);
+        out_ += '}';
+    }
+
+private:
+    std::string& out_;
+    const bool held_;
+    std::set<std::string>* types_;
+};
+
+void write(std::string& out, const Json::Value& v, size_t indent) { Writer(out, false).value(v, indent); }
+
+// Held text (see Writer) with its indents as blanks.
+void withIndents(std::string& out, const std::string& text)
+{
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (p != end) {
+        const char* brk = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+        if (brk == nullptr) {
+            out.append(p, end);
+            return;
+        }
+        out.append(p, brk + 1);
+        size_t width = 0;
+        int shift = 0;
+        for (p = brk + 1; p != end && shift < 64; shift += 7) {
+            const auto b = static_cast<unsigned char>(*p++);
+            width |= static_cast<size_t>(b & 0x7F) << shift;
+            if (b < 0x80) {
+                break;
+            }
+        }
+        out.append(width, ' ');
+    }
 }
 
 std::string fileName(uint16_t serviceId, int majorVersion, std::string label)
@@ -200,7 +262,7 @@ size_t FormatBuilder::service(const Place& at, uint16_t id, int majorVersion, co
 std::string FormatBuilder::paramsText(size_t service, const List& list)
 {
     std::string text;
-    write(text, list.params, kListIndent + 2, &services_[service].types);
+    Writer(text, true, &services_[service].types).value(list.params, kListIndent + 2);
     return text;
 }
 
@@ -209,9 +271,12 @@ void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const char* n
 {
     Service& s = services_[service];
     std::string params = "[";
+    Writer p(params, true, &s.types);
     for (const ListText& l : lists) {
-        params += params.size() == 1 ? "\n" : ",\n";
-        params.append(kListIndent, ' ');
+        if (params.size() != 1) {
+            params += ',';
+        }
+        p.line(kListIndent);
         // The list's own keys, then those of the entry, which win over a key of the same name.
         const Json::Value direction(l.direction);
         std::vector<Member> members;
@@ -223,15 +288,14 @@ void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const char* n
         }
         members.push_back({"MethodType", &direction, nullptr});
         members.push_back({"ParamsDetails", nullptr, l.params});
-        writeObject(params, members, kListIndent, s.types);
+        p.object(members, kListIndent);
     }
-    params += '\n';
-    params.append(kListIndent - 2, ' ');
+    p.line(kListIndent - 2);
     params += ']';
     const Json::Value nameValue(name), idValue(std::to_string(id));
     std::vector<Member> members = {{nameKey, &nameValue, nullptr}, {idKey, &idValue, nullptr}, {"Params", nullptr, &params}};
     std::string text;
-    writeObject(text, members, kEntryIndent, s.types);
+    Writer(text, true, &s.types).object(members, kEntryIndent);
     // Tens of thousands of entries are held until the end: without the slack of their growth.
     text.shrink_to_fit();
     s.entries[kind].push_back({order, std::move(text)});
@@ -380,7 +444,7 @@ std::string FormatBuilder::serviceText(const Service& s) const
         out += '[';
         for (size_t i = 0; i < entries.size(); ++i) {
             out += i == 0 ? "\n        " : ",\n        ";
-            out += entries[i]->text;
+            withIndents(out, entries[i]->text);
         }
         out += "\n      ]";
     }

@@ -105,7 +105,7 @@ private:
     enum Kind { Events, Fields, Methods, kKinds };  // in the order their keys sort
     struct Entry {
         uint32_t order;  // by ID; a field's notifier after its methods
-        std::string text;
+        std::string text;  // held text: its indents as their widths (see Writer in the .cpp)
     };
     struct Service {
         uint16_t id;
