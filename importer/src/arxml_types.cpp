@@ -206,21 +206,25 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
         if (!scalar(type, use, depth, basic)) {
             return false;
         }
+        static const Json::StaticString kName("ParamName"), kType("ParamType");
         out = Json::Value(Json::objectValue);
-        out["ParamName"] = name;
-        out["ParamType"] = basic;
+        out[kName] = name;
+        out[kType] = basic;
         return true;
     }
     // An override of a member inside makes the type the root's own; which types hold one shows only
     // once they are written, so under such a root a type is written before it is looked up.
-    const std::string plain = path + "|" + use.tlvKey;
-    const auto overridden = overrides_.find(use.root);
+    std::string plain = path;
+    plain += '|';
+    plain += use.tlvKey;
+    const auto overridden = overrides_.empty() ? overrides_.end() : overrides_.find(use.root);
     const bool inside = overridden != overrides_.end() &&
                         std::any_of(overridden->second.begin(), overridden->second.end(),
                                     [](const Override& o) { return !o.target.empty(); });
-    const std::string own = plain + "|" + use.root;
-    auto known = done_.find(inside ? own : plain);
+    const auto ownKey = [&] { return plain + "|" + use.root; };
+    auto known = done_.find(inside ? ownKey() : plain);
     if (known == done_.end()) {
+        const std::string own = ownKey();
         Json::Value definition;
         const size_t before = overridesApplied_;
         open_.insert(type.node.internal_object());

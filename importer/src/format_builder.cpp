@@ -364,10 +364,12 @@ void FormatBuilder::defineType(const std::string& name, Json::Value type) { type
 
 Json::Value FormatBuilder::typeRef(const std::string& name, const std::string& type)
 {
+    // Keys as static strings: the library keeps them without a copy, for one of the most made objects.
+    static const Json::StaticString kName("ParamName"), kType("ParamType"), kRef("TypeRef"), kTyperef("TYPEREF");
     Json::Value p(Json::objectValue);
-    p["ParamName"] = name;
-    p["ParamType"] = "TYPEREF";
-    p["TypeRef"] = type;
+    p[kName] = name;
+    p[kType] = kTyperef;
+    p[kRef] = type;
     return p;
 }
 
