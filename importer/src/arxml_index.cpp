@@ -34,7 +34,7 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
         pugi::xml_node n = root;
         while (n) {
             open.push_back({path.size(), levels});
-            const std::string name = refusedAt < open.size() ? std::string() : shortName(n);
+            const std::string_view name = refusedAt < open.size() ? std::string_view() : shortNameView(n);
             const Element e{input, n};
             if (!name.empty() && (name.size() > kMaxShortName || levels == kMaxPathLevels)) {
                 report_.skipped(place(e), name.size() > kMaxShortName
@@ -44,7 +44,8 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
                                                     " levels; neither this element nor what it holds is indexed");
                 refusedAt = open.size();
             } else if (!name.empty()) {
-                path += "/" + name;
+                path += '/';
+                path += name;
                 ++levels;
                 auto [at, fresh] = paths_.emplace(path, e);
                 pathOfNode_[n.internal_object()] = &at->first;

@@ -52,10 +52,11 @@ public:
     Place place(const Element& e) const { return e.input->place(e.node, pathOf(e.node)); }
     // The schema puts SHORT-NAME first; looking further would make every path lookup through a list of
     // thousands of elements (ELEMENTS, EVENTS) scan the whole list.
-    static std::string shortName(pugi::xml_node node)
+    static std::string shortName(pugi::xml_node node) { return std::string(shortNameView(node)); }
+    static std::string_view shortNameView(pugi::xml_node node)
     {
         const pugi::xml_node first = node.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
-        return localName(first) == "SHORT-NAME" ? text(first) : std::string();
+        return localName(first) == "SHORT-NAME" ? textView(first) : std::string_view();
     }
 
     // Bounds that keep the index linear in the input: AUTOSAR identifiers are at most 128 characters,

@@ -74,18 +74,20 @@ pugi::xml_node child(pugi::xml_node node, std::string_view local)
 }
 
 namespace {
-std::string trimmed(std::string_view s)
+std::string_view trimmed(std::string_view s)
 {
     const size_t b = s.find_first_not_of(" \t\r\n");
     if (b == std::string_view::npos) {
         return {};
     }
     const size_t e = s.find_last_not_of(" \t\r\n");
-    return std::string(s.substr(b, e - b + 1));
+    return s.substr(b, e - b + 1);
 }
 }  // namespace
 
-std::string text(pugi::xml_node node) { return trimmed(node.child_value()); }
+std::string_view textView(pugi::xml_node node) { return trimmed(node.child_value()); }
+
+std::string text(pugi::xml_node node) { return std::string(textView(node)); }
 
 std::string childText(pugi::xml_node node, std::string_view local) { return text(child(node, local)); }
 
@@ -95,7 +97,7 @@ std::string attribute(pugi::xml_node node, std::string_view local)
         std::string_view n = a.name();
         const size_t colon = n.find(':');
         if ((colon == std::string_view::npos ? n : n.substr(colon + 1)) == local) {
-            return trimmed(a.value());
+            return std::string(trimmed(a.value()));
         }
     }
     return {};

@@ -52,6 +52,8 @@ pugi::xml_node child(pugi::xml_node node, std::string_view local);
 std::string childText(pugi::xml_node node, std::string_view local);
 // An element's own text, trimmed.
 std::string text(pugi::xml_node node);
+// The same, as a view into the document.
+std::string_view textView(pugi::xml_node node);
 // The value of an attribute by its local name.
 std::string attribute(pugi::xml_node node, std::string_view local);
 // Calls f(child) for every child element of that local name.
