@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Import speed and memory: a generated ARXML of 2,000 services and 20,000 methods and events (bench/gen_arxml.py,
-# one file and the same split over three files) through `someip-json import`, Release build. Prints a Markdown
+# one file and the same split over three files) through `someip-json import ... -o one.json`, Release build. Prints a Markdown
 # table: input size, median wall time of 3 runs, MB/s, and peak memory as a multiple of the input size.
 #   usage: bench/import.sh [SERVICES [ELEMENTS]]
 set -euo pipefail
@@ -28,11 +28,12 @@ for label, files in inputs.items():
     size = sum(os.path.getsize(f) for f in files)
     times, peaks = [], []
     for run in range(3):
-        out = os.path.join(work, "out%d" % run)
+        out = os.path.join(work, "out%d.json" % run)
         # Each run in a child of its own, so that its peak is its own: ru_maxrss of the waited-for child.
         start = time.perf_counter()
         pid = os.fork()
         if pid == 0:
+            os.dup2(os.open(os.devnull, os.O_WRONLY), 2)
             os.execv(tool, [tool, "import", *files, "-o", out, "--quiet", "--report", out + ".report.json"])
         _, status, usage = os.wait4(pid, 0)
         times.append(time.perf_counter() - start)
