@@ -16,6 +16,7 @@
 #define ZQ_SOMEIP_IMPORT_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,10 @@ struct ZQSomeIPImportSource {
 struct ZQSomeIPImportOptions {
     ZQSomeIPImportDialect dialect = ZQSomeIPImportDialect::Auto;
     bool perService = false;  // also write one document per service (each with the types it uses)
+    // With perService: each service's document handed here as soon as it is written, instead of kept in
+    // result.perService, and no formatText put together. A big import's documents together take several
+    // times its input; handed on one at a time, only one of them is held.
+    std::function<void(ZQSomeIPImportFile&&)> serviceDocument;
 };
 
 ZQ_IMPORT_API ZQSomeIPImportResult importDescriptions(const std::vector<std::string>& paths,

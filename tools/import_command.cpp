@@ -89,6 +89,11 @@ public:
                           : arxml_ ? ZQSomeIP::ZQSomeIPImportDialect::Arxml
                                    : ZQSomeIP::ZQSomeIPImportDialect::Auto;
         options.perService = !oneDocument();
+        if (options.perService) {
+            // Each document written as it comes: held until the end, a big import's would take several
+            // times its input.
+            options.serviceDocument = [this](ZQSomeIP::ZQSomeIPImportFile&& f) { writeService(f); };
+        }
         const ZQSomeIP::ZQSomeIPImportResult result = ZQSomeIP::importDescriptions(std::move(sources), options);
         if (progress) {
             fprintf(stderr, "\n");
@@ -117,7 +122,7 @@ private:
         }
     }
 
-    void write(const ZQSomeIP::ZQSomeIPImportResult& result) const
+    void write(const ZQSomeIP::ZQSomeIPImportResult& result)
     {
         if (output_ == "-") {
             std::cout << result.formatText;
@@ -128,16 +133,29 @@ private:
             check(output_);
             return;
         }
+        // No service: the directory is still made, empty.
+        makeDirectory();
+    }
+
+    void makeDirectory()
+    {
+        if (madeDirectory_) {
+            return;
+        }
         std::error_code error;
         fs::create_directories(output_, error);
         if (!fs::is_directory(output_)) {
             fail(kExitUsage, "cannot create the directory '" + output_ + "'");
         }
-        for (const ZQSomeIP::ZQSomeIPImportFile& f : result.perService) {
-            const std::string path = (fs::path(output_) / f.name).string();
-            writeText(path, f.text);
-            check(path);
-        }
+        madeDirectory_ = true;
+    }
+
+    void writeService(const ZQSomeIP::ZQSomeIPImportFile& f)
+    {
+        makeDirectory();
+        const std::string path = (fs::path(output_) / f.name).string();
+        writeText(path, f.text);
+        check(path);
     }
 
     std::vector<std::string> files_;
@@ -148,6 +166,7 @@ private:
     bool strict_ = false;
     bool quiet_ = false;
     bool check_ = false;
+    bool madeDirectory_ = false;
 };
 
 } // namespace

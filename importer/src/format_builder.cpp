@@ -475,7 +475,7 @@ std::string FormatBuilder::document(const std::vector<const Service*>& services,
     return out;
 }
 
-void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
+void FormatBuilder::finish(ZQSomeIPImportResult& result, const ZQSomeIPImportOptions& options)
 {
     std::vector<const Service*> order;
     for (const Service& s : services_) {
@@ -490,9 +490,18 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, bool perService)
         r.methods += s->entries[Methods].size();
         r.events += s->entries[Events].size();
         r.fields += s->fieldNames.size();
-        if (perService) {
-            result.perService.push_back({fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s}, closure({s}))});
+        if (options.perService) {
+            ZQSomeIPImportFile file{fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s}, closure({s}))};
+            if (options.serviceDocument) {
+                options.serviceDocument(std::move(file));
+            } else {
+                result.perService.push_back(std::move(file));
+            }
         }
+    }
+    if (options.perService && options.serviceDocument) {
+        r.types = closure(order).size();
+        return;
     }
     // The types the services use, and the types those use in turn. One left behind by an element
     // skipped later is not written.

@@ -96,8 +96,8 @@ public:
     // {"ParamName": name, "ParamType": "TYPEREF", "TypeRef": type}
     static Json::Value typeRef(const std::string& name, const std::string& type);
 
-    // Counts and texts. Services in ID order, then major version; entries in ID order.
-    void finish(ZQSomeIPImportResult& result, bool perService);
+    // Counts and texts (as the options ask). Services in ID order, then major version; entries in ID order.
+    void finish(ZQSomeIPImportResult& result, const ZQSomeIPImportOptions& options);
 
 private:
     // Entries are kept as their text from the moment they are added: a big import holds tens of

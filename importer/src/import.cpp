@@ -89,7 +89,7 @@ ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> source
     fibex.clear();
     arxml.clear();
     inputs.clear();
-    builder.finish(result, options.perService);
+    builder.finish(result, options);
     result.report = std::move(report.data());
     result.ok = true;
     return result;
