@@ -373,40 +373,61 @@ Json::Value FormatBuilder::typeRef(const std::string& name, const std::string& t
     return p;
 }
 
-void FormatBuilder::typeRefs(const Json::Value& value, std::set<std::string>& names)
+std::vector<FormatBuilder::TypeText> FormatBuilder::typeTexts() const
 {
-    if (value.isObject()) {
-        const Json::Value* ref = value.find("TypeRef", "TypeRef" + 7);
-        if (ref != nullptr && ref->isString()) {
-            names.insert(ref->asString());
+    std::vector<TypeText> texts;
+    std::vector<std::set<std::string>> refs;
+    for (auto it = types_.begin(); it != types_.end(); ++it) {
+        texts.push_back({it.name(), std::string(), {}});
+    }
+    // The library keeps members in bytewise order already; sorted here so as not to depend on it.
+    std::sort(texts.begin(), texts.end(), [](const TypeText& a, const TypeText& b) { return a.name < b.name; });
+    for (TypeText& t : texts) {
+        std::set<std::string> names;
+        Writer(t.text, false, &names).value(types_[t.name], 4);
+        for (const std::string& n : names) {
+            const size_t i = typeIndex(texts, n);
+            if (i != texts.size()) {
+                t.refs.push_back(i);
+            }
         }
     }
-    if (value.isObject() || value.isArray()) {
-        for (const Json::Value& v : value) {
-            typeRefs(v, names);
-        }
-    }
+    return texts;
 }
 
-std::set<std::string> FormatBuilder::closure(const std::vector<const Service*>& services) const
+std::vector<size_t> FormatBuilder::closure(const std::vector<const Service*>& services, const std::vector<TypeText>& texts)
 {
-    std::set<std::string> names;
-    std::vector<std::string> todo;
+    std::vector<char> used(texts.size(), 0);
+    std::vector<size_t> todo;
     for (const Service* s : services) {
-        todo.insert(todo.end(), s->types.begin(), s->types.end());
+        for (const std::string& name : s->types) {
+            todo.push_back(typeIndex(texts, name));
+        }
     }
     // Each type is walked once, however many services use it.
     while (!todo.empty()) {
-        const std::string name = std::move(todo.back());
+        const size_t i = todo.back();
         todo.pop_back();
-        if (!types_.isMember(name) || !names.insert(name).second) {
+        if (i == texts.size() || used[i]) {
             continue;
         }
-        std::set<std::string> inner;
-        typeRefs(types_[name], inner);
-        todo.insert(todo.end(), inner.begin(), inner.end());
+        used[i] = 1;
+        todo.insert(todo.end(), texts[i].refs.begin(), texts[i].refs.end());
     }
-    return names;
+    std::vector<size_t> out;
+    for (size_t i = 0; i < used.size(); ++i) {
+        if (used[i]) {
+            out.push_back(i);
+        }
+    }
+    return out;
+}
+
+size_t FormatBuilder::typeIndex(const std::vector<TypeText>& texts, const std::string& name)
+{
+    const auto at = std::lower_bound(texts.begin(), texts.end(), name,
+                                     [](const TypeText& t, const std::string& n) { return t.name < n; });
+    return at != texts.end() && at->name == name ? static_cast<size_t>(at - texts.begin()) : texts.size();
 }
 
 std::string FormatBuilder::serviceText(const Service& s) const
@@ -454,7 +475,8 @@ std::string FormatBuilder::serviceText(const Service& s) const
     return out;
 }
 
-std::string FormatBuilder::document(const std::vector<const Service*>& services, const std::set<std::string>& types) const
+std::string FormatBuilder::document(const std::vector<const Service*>& services, const std::vector<size_t>& types,
+                                   const std::vector<TypeText>& texts) const
 {
     // The members in key order, as the document would list them: FormatVersion, Services, Types.
     std::string out = "{\n  \"FormatVersion\": 2,\n  \"Services\": [";
@@ -464,12 +486,12 @@ std::string FormatBuilder::document(const std::vector<const Service*>& services,
     }
     out += services.empty() ? "]" : "\n  ]";
     bool first = true;
-    for (const std::string& name : types) {
+    for (const size_t i : types) {
         out += first ? ",\n  \"Types\": {\n    " : ",\n    ";
         first = false;
-        quoted(out, name);
+        quoted(out, texts[i].name);
         out += ": ";
-        write(out, types_[name], 4);
+        out += texts[i].text;
     }
     out += first ? "\n}\n" : "\n  }\n}\n";
     return out;
@@ -484,6 +506,7 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, const ZQSomeIPImportOpt
     std::stable_sort(order.begin(), order.end(), [](const Service* a, const Service* b) {
         return a->id != b->id ? a->id < b->id : a->majorVersion < b->majorVersion;
     });
+    const std::vector<TypeText> texts = typeTexts();
     ZQSomeIPImportReport& r = report_.data();
     r.services = order.size();
     for (const Service* s : order) {
@@ -491,7 +514,7 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, const ZQSomeIPImportOpt
         r.events += s->entries[Events].size();
         r.fields += s->fieldNames.size();
         if (options.perService) {
-            ZQSomeIPImportFile file{fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s}, closure({s}))};
+            ZQSomeIPImportFile file{fileName(s->id, s->majorVersion, s->head["ServiceName"].asString()), document({s}, closure({s}, texts), texts)};
             if (options.serviceDocument) {
                 options.serviceDocument(std::move(file));
             } else {
@@ -500,14 +523,14 @@ void FormatBuilder::finish(ZQSomeIPImportResult& result, const ZQSomeIPImportOpt
         }
     }
     if (options.perService && options.serviceDocument) {
-        r.types = closure(order).size();
+        r.types = closure(order, texts).size();
         return;
     }
     // The types the services use, and the types those use in turn. One left behind by an element
     // skipped later is not written.
-    const std::set<std::string> types = closure(order);
+    const std::vector<size_t> types = closure(order, texts);
     r.types = types.size();
-    result.formatText = document(order, types);
+    result.formatText = document(order, types, texts);
 }
 
 }  // namespace import

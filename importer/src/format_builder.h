@@ -126,12 +126,21 @@ private:
     void add(size_t service, Kind kind, uint32_t order, const char* nameKey, const std::string& name, const char* idKey,
              uint16_t id, const std::vector<ListText>& lists);
     std::string serviceText(const Service& s) const;
+    // A defined type as the documents write it, and the types it refers to directly (by their place in
+    // name order): each written once, however many per-service documents it stands in.
+    struct TypeText {
+        std::string name;
+        std::string text;
+        std::vector<size_t> refs;
+    };
+    std::vector<TypeText> typeTexts() const;  // in name order
+    // The place of a defined type in name order; `texts.size()` for a name not defined.
+    static size_t typeIndex(const std::vector<TypeText>& texts, const std::string& name);
     // The version-2 document of these services, with the types they use.
-    std::string document(const std::vector<const Service*>& services, const std::set<std::string>& types) const;
-    // The type names a value refers to directly.
-    static void typeRefs(const Json::Value& value, std::set<std::string>& names);
-    // The defined types these services use, directly or through other types.
-    std::set<std::string> closure(const std::vector<const Service*>& services) const;
+    std::string document(const std::vector<const Service*>& services, const std::vector<size_t>& types,
+                         const std::vector<TypeText>& texts) const;
+    // The defined types these services use, directly or through other types, in name order.
+    static std::vector<size_t> closure(const std::vector<const Service*>& services, const std::vector<TypeText>& texts);
 
     Report& report_;
     std::vector<Service> services_;
