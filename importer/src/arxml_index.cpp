@@ -1,6 +1,7 @@
 #include "arxml_index.h"
 
 #include <cstdint>
+#include <functional>
 #include <utility>
 
 namespace ZQSomeIP {
@@ -18,8 +19,13 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     for (const XmlInput* input : inputs) {
         bytes += input->bytes();
     }
-    paths_.reserve(bytes / 256);
-    pathOfNode_.reserve(bytes / 256);
+    size_t slots = 64;
+    while (slots < bytes / 128) {
+        slots *= 2;
+    }
+    byPath_.assign(slots, 0);
+    byNode_.assign(slots, NodeSlot{nullptr, 0});
+    list_.reserve(slots / 2);
     for (const XmlInput* input : inputs) {
         // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
         // path string grown and cut back on the way, so that no element costs a copy of its path.
@@ -47,13 +53,26 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
                 path += '/';
                 path += name;
                 ++levels;
-                auto [at, fresh] = paths_.emplace(path, e);
-                pathOfNode_[n.internal_object()] = &at->first;
+                if (2 * (nodes_ + 1) > byNode_.size()) {
+                    grow();
+                }
+                const size_t slot = pathSlot(path);
+                const bool fresh = byPath_[slot] == 0;
+                if (fresh) {
+                    // Numbered in 32 bits: every path takes tens of input bytes, so 2^32 of them would
+                    // take far more input than memory holds.
+                    list_.push_back({paths_.size(), path.size(), e});
+                    paths_ += path;
+                    byPath_[slot] = static_cast<uint32_t>(list_.size());
+                }
+                Path& at = list_[byPath_[slot] - 1];
+                byNode_[nodeSlot(n.internal_object())] = {n.internal_object(), byPath_[slot] - 1};
+                ++nodes_;
                 if (!fresh && localName(n) != "AR-PACKAGE") {
-                    report_.duplicate(place(e), "the path is defined again (first at " + at->second.input->name() + ":" +
-                                                    std::to_string(at->second.input->line(at->second.node)) +
+                    report_.duplicate(place(e), "the path is defined again (first at " + at.element.input->name() + ":" +
+                                                    std::to_string(at.element.input->line(at.element.node)) +
                                                     "); the later definition is used");
-                    at->second = e;
+                    at.element = e;
                 }
             }
             const auto listed = refusedAt <= open.size() ? kinds_.end() : kinds_.find(localName(n));
@@ -86,10 +105,56 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     }
 }
 
-Element PathIndex::find(const std::string& path) const
+namespace {
+
+size_t hashPointer(const void* p)
 {
-    const auto at = paths_.find(path);
-    return at == paths_.end() ? Element{} : at->second;
+    // Nodes are at least 8-byte aligned: the low bits say nothing.
+    return static_cast<size_t>((reinterpret_cast<uintptr_t>(p) >> 3) * 0x9E3779B97F4A7C15ull);
+}
+
+}  // namespace
+
+size_t PathIndex::pathSlot(std::string_view path) const
+{
+    const size_t mask = byPath_.size() - 1;
+    for (size_t i = std::hash<std::string_view>{}(path) & mask;; i = (i + 1) & mask) {
+        if (byPath_[i] == 0 || text(list_[byPath_[i] - 1]) == path) {
+            return i;
+        }
+    }
+}
+
+size_t PathIndex::nodeSlot(const void* node) const
+{
+    const size_t mask = byNode_.size() - 1;
+    for (size_t i = (hashPointer(node) >> 16) & mask;; i = (i + 1) & mask) {
+        if (byNode_[i].node == nullptr || byNode_[i].node == node) {
+            return i;
+        }
+    }
+}
+
+// Both tables twice the size, kept at most half full so that probes stay short.
+void PathIndex::grow()
+{
+    std::vector<NodeSlot> nodes(byNode_.size() * 2, NodeSlot{nullptr, 0});
+    nodes.swap(byNode_);
+    for (const NodeSlot& n : nodes) {
+        if (n.node != nullptr) {
+            byNode_[nodeSlot(n.node)] = n;
+        }
+    }
+    byPath_.assign(byNode_.size(), 0);
+    for (size_t i = 0; i < list_.size(); ++i) {
+        byPath_[pathSlot(text(list_[i]))] = static_cast<uint32_t>(i + 1);
+    }
+}
+
+Element PathIndex::find(std::string_view path) const
+{
+    const uint32_t at = byPath_[pathSlot(path)];
+    return at == 0 ? Element{} : list_[at - 1].element;
 }
 
 const std::vector<Element>& PathIndex::all(std::string_view kind) const
@@ -99,19 +164,18 @@ const std::vector<Element>& PathIndex::all(std::string_view kind) const
     return at == kinds_.end() ? none : at->second;
 }
 
-const std::string& PathIndex::pathOf(pugi::xml_node node) const
+std::string_view PathIndex::pathOf(pugi::xml_node node) const
 {
-    static const std::string none;
     // Indexed elements know their path; others take their nearest indexed ancestor's, looked for only
     // so far up, since a hostile file may nest without end.
     int steps = 0;
     for (pugi::xml_node n = node; n && n.type() == pugi::node_element && steps < 256; n = n.parent(), ++steps) {
-        const auto at = pathOfNode_.find(n.internal_object());
-        if (at != pathOfNode_.end()) {
-            return *at->second;
+        const NodeSlot& at = byNode_[nodeSlot(n.internal_object())];
+        if (at.node != nullptr) {
+            return text(list_[at.path]);
         }
     }
-    return none;
+    return {};
 }
 
 std::string PathIndex::absolute(const Element& ref, const std::string& text, std::string& why) const

@@ -5,10 +5,10 @@
 #ifndef ZQ_SOMEIP_IMPORT_ARXML_INDEX_H
 #define ZQ_SOMEIP_IMPORT_ARXML_INDEX_H
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "format_builder.h"
@@ -36,7 +36,7 @@ public:
     PathIndex(const std::vector<const XmlInput*>& inputs, const std::vector<std::string_view>& collect, Report& report);
 
     // The element at an absolute path; empty when there is none.
-    Element find(const std::string& path) const;
+    Element find(std::string_view path) const;
     // The element a reference (an element whose text is a path: *-REF, *-TREF) names, relative paths
     // taken against the reference base its BASE attribute (or the default base) names. An empty result
     // has been reported as unresolved, at the reference; so has an element of another kind than the
@@ -47,9 +47,10 @@ public:
     Element resolveChild(const Element& owner, std::string_view refName) const;
 
     const std::vector<Element>& all(std::string_view kind) const;
-    // The short-name path of an element, or of the nearest one above it that has a short name.
-    const std::string& pathOf(pugi::xml_node node) const;
-    Place place(const Element& e) const { return e.input->place(e.node, pathOf(e.node)); }
+    // The short-name path of an element, or of the nearest one above it that has a short name: a view
+    // into the index, valid as long as it is.
+    std::string_view pathOf(pugi::xml_node node) const;
+    Place place(const Element& e) const { return e.input->place(e.node, std::string(pathOf(e.node))); }
     // The schema puts SHORT-NAME first; looking further would make every path lookup through a list of
     // thousands of elements (ELEMENTS, EVENTS) scan the whole list.
     static std::string shortName(pugi::xml_node node) { return std::string(shortNameView(node)); }
@@ -67,9 +68,28 @@ public:
 private:
     std::string absolute(const Element& ref, const std::string& text, std::string& why) const;
 
+    // Tens of thousands of paths: each is kept once, in one buffer, and both lookups (by path, by
+    // element) go through open-addressed tables of numbers instead of a node and a string apiece.
+    struct Path {
+        size_t begin, length;  // in paths_
+        Element element;          // the later one of a path defined twice
+    };
+    struct NodeSlot {
+        const void* node;  // null: free
+        uint32_t path;
+    };
+    std::string_view text(const Path& p) const { return std::string_view(paths_).substr(p.begin, p.length); }
+    // The path's number, or the free slot where it would go (the number then is npos).
+    size_t pathSlot(std::string_view path) const;
+    size_t nodeSlot(const void* node) const;
+    void grow();
+
     Report& report_;
-    std::unordered_map<std::string, Element> paths_;
-    std::unordered_map<const void*, const std::string*> pathOfNode_;  // element -> its key in paths_
+    std::string paths_;
+    std::vector<Path> list_;
+    std::vector<uint32_t> byPath_;  // a path's number + 1; 0: free
+    std::vector<NodeSlot> byNode_;  // every indexed element, duplicates' earlier ones too
+    size_t nodes_ = 0;
     std::map<std::string, std::vector<Element>, std::less<>> kinds_;
 };
 

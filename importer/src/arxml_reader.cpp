@@ -23,8 +23,8 @@ namespace {
 // force for it.
 struct Mapping {
     const SerializationProps* props = nullptr;
-    std::string propsPath;
-    std::map<std::string, uint32_t> dataIds;
+    std::string_view propsPath;  // paths here and below: views into the index
+    std::map<std::string_view, uint32_t> dataIds;
     std::string tlvKey;  // the data ID sets' paths
 };
 
@@ -52,7 +52,7 @@ public:
         readDataIds();
         readMappings();
         readOverrides();
-        std::set<std::string> deployed;
+        std::set<std::string_view> deployed;
         for (const Element& d : index_.all("SOMEIP-SERVICE-INTERFACE-DEPLOYMENT")) {
             const Element si = index_.resolveChild(d, "SERVICE-INTERFACE-REF");
             if (!si) {
@@ -91,7 +91,7 @@ private:
 
     const SerializationProps* props(const Element& at)
     {
-        const std::string& path = index_.pathOf(at.node);
+        const std::string_view path = index_.pathOf(at.node);
         auto known = props_.find(path);
         if (known == props_.end()) {
             known = props_.emplace(path, std::make_unique<SerializationProps>(SerializationProps::read(index_, at, report_))).first;
@@ -134,8 +134,8 @@ private:
             forChildren(child(m.node, "TLV-DATA-ID-DEFINITION-REFS"), "TLV-DATA-ID-DEFINITION-REF", [&](pugi::xml_node r) {
                 const Element set = index_.resolve({m.input, r});
                 if (set) {
-                    const std::string& path = index_.pathOf(set.node);
-                    mapping->tlvKey += path + ";";
+                    const std::string_view path = index_.pathOf(set.node);
+                    mapping->tlvKey.append(path) += ';';
                     const auto& ids = dataIds_[path];
                     mapping->dataIds.insert(ids.begin(), ids.end());
                 }
@@ -148,10 +148,10 @@ private:
                     if (!target) {
                         return;
                     }
-                    const std::string& path = index_.pathOf(target.node);
+                    const std::string_view path = index_.pathOf(target.node);
                     if (mappingOf_.count(path) != 0) {
                         report_.duplicate(index_.place({m.input, r}),
-                                          "a second property mapping for " + path + "; the later one is used");
+                                          "a second property mapping for " + std::string(path) + "; the later one is used");
                     }
                     mappingOf_[path] = mapping.get();
                 });
@@ -184,7 +184,7 @@ private:
                 const Element target = targetRef ? index_.resolve({o.input, targetRef}) : Element{};
                 if (root && (!targetRef || target)) {
                     overrides_[index_.pathOf(root.node)].push_back(
-                        {target ? index_.pathOf(target.node) : std::string(), settings});
+                        {target ? index_.pathOf(target.node) : std::string_view(), settings});
                 }
             });
         }
@@ -193,7 +193,7 @@ private:
     // The deployment's element references, by the path of the interface element they name; elements of
     // other interfaces are reported.
     template <typename F>
-    void deployments(const Element& d, const std::string& interfacePath, const char* list, const char* kind,
+    void deployments(const Element& d, std::string_view interfacePath, const char* list, const char* kind,
                      const char* refName, F take)
     {
         forChildren(child(d.node, list), kind, [&](pugi::xml_node n) {
@@ -205,9 +205,11 @@ private:
                 }
                 return;
             }
-            const std::string& path = index_.pathOf(target.node);
-            if (path.compare(0, interfacePath.size() + 1, interfacePath + "/") != 0) {
-                skip(e, path + " is not an element of the deployed interface " + interfacePath + "; left out");
+            const std::string_view path = index_.pathOf(target.node);
+            if (path.size() <= interfacePath.size() || path.substr(0, interfacePath.size()) != interfacePath ||
+                path[interfacePath.size()] != '/') {
+                skip(e, std::string(path) + " is not an element of the deployed interface " + std::string(interfacePath) +
+                            "; left out");
                 return;
             }
             take(e, path);
@@ -216,7 +218,7 @@ private:
 
     void service(const Element& d, const Element& si)
     {
-        const std::string& interfacePath = index_.pathOf(si.node);
+        const std::string_view interfacePath = index_.pathOf(si.node);
         const int64_t serviceId = id(d, "SERVICE-INTERFACE-ID", 0xFFFF);
         int64_t major = -1;
         if (const pugi::xml_node version = child(d.node, "SERVICE-INTERFACE-VERSION");
@@ -230,14 +232,14 @@ private:
         if (serviceId < 0) {
             return;
         }
-        std::map<std::string, int> methodIds, eventIds;
-        std::map<std::string, FieldIds> fieldIds;
+        std::map<std::string_view, int> methodIds, eventIds;
+        std::map<std::string_view, FieldIds> fieldIds;
         deployments(d, interfacePath, "METHOD-DEPLOYMENTS", "SOMEIP-METHOD-DEPLOYMENT", "METHOD-REF",
-                    [&](const Element& e, const std::string& path) { methodIds[path] = static_cast<int>(id(e, "METHOD-ID", 0x7FFF)); });
+                    [&](const Element& e, std::string_view path) { methodIds[path] = static_cast<int>(id(e, "METHOD-ID", 0x7FFF)); });
         deployments(d, interfacePath, "EVENT-DEPLOYMENTS", "SOMEIP-EVENT-DEPLOYMENT", "EVENT-REF",
-                    [&](const Element& e, const std::string& path) { eventIds[path] = eventId(id(e, "EVENT-ID", 0xFFFF)); });
+                    [&](const Element& e, std::string_view path) { eventIds[path] = eventId(id(e, "EVENT-ID", 0xFFFF)); });
         deployments(d, interfacePath, "FIELD-DEPLOYMENTS", "SOMEIP-FIELD-DEPLOYMENT", "FIELD-REF",
-                    [&](const Element& e, const std::string& path) {
+                    [&](const Element& e, std::string_view path) {
                         FieldIds& f = fieldIds[path];
                         if (const pugi::xml_node g = child(e.node, "GET")) {
                             f.getter = static_cast<int>(id({e.input, g}, "METHOD-ID", 0x7FFF));
@@ -262,8 +264,7 @@ private:
         const size_t s = out_.service(index_.place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
                                       PathIndex::shortName(si.node), attributes);
         for (const Element& e : events) {
-            const std::string& path = index_.pathOf(e.node);
-            const auto found = eventIds.find(path);
+            const auto found = eventIds.find(index_.pathOf(e.node));
             FormatBuilder::List list;
             if (found == eventIds.end()) {
                 skip(e, "the event has no SOME/IP event deployment; left out");
@@ -272,8 +273,7 @@ private:
             }
         }
         for (const Element& m : methods) {
-            const std::string& path = index_.pathOf(m.node);
-            const auto found = methodIds.find(path);
+            const auto found = methodIds.find(index_.pathOf(m.node));
             if (found == methodIds.end()) {
                 skip(m, "the method has no SOME/IP method deployment; left out");
             } else if (found->second >= 0 && claim(m, methodUsers_, found->second)) {
@@ -281,8 +281,7 @@ private:
             }
         }
         for (const Element& f : fields) {
-            const std::string& path = index_.pathOf(f.node);
-            const auto found = fieldIds.find(path);
+            const auto found = fieldIds.find(index_.pathOf(f.node));
             if (found == fieldIds.end()) {
                 skip(f, "the field has no SOME/IP field deployment; left out");
             } else {
@@ -293,12 +292,12 @@ private:
 
     // An ID for one element of the service only: a second user of it is reported and left out, since a
     // message could not tell them apart.
-    bool claim(const Element& e, std::map<int, std::string>& users, int id)
+    bool claim(const Element& e, std::map<int, std::string_view>& users, int id)
     {
-        const std::string& path = index_.pathOf(e.node);
+        const std::string_view path = index_.pathOf(e.node);
         const auto [at, fresh] = users.emplace(id, path);
         if (!fresh && at->second != path) {
-            skip(e, "ID " + std::to_string(id) + " is already used by " + at->second + "; left out");
+            skip(e, "ID " + std::to_string(id) + " is already used by " + std::string(at->second) + "; left out");
             return false;
         }
         return true;
@@ -320,7 +319,7 @@ private:
     // path order on a tie), so that elements restate only what differs.
     Attributes serviceAttributes(const std::vector<const std::vector<Element>*>& lists)
     {
-        std::map<std::string, std::pair<size_t, const SerializationProps*>> counts;
+        std::map<std::string_view, std::pair<size_t, const SerializationProps*>> counts;
         for (const auto* list : lists) {
             for (const Element& e : *list) {
                 const auto m = mappingOf_.find(index_.pathOf(e.node));
@@ -348,7 +347,7 @@ private:
     bool parameters(const Element& owner, const std::vector<Element>& protos, const Attributes& service,
                     FormatBuilder::List& list)
     {
-        const std::string& ownerPath = index_.pathOf(owner.node);
+        const std::string_view ownerPath = index_.pathOf(owner.node);
         const auto m = mappingOf_.find(ownerPath);
         const Mapping* mapping = m == mappingOf_.end() ? nullptr : m->second;
         TypeWriter::Use use;
@@ -370,7 +369,7 @@ private:
             Json::Value param;
             if (!types_.prototype(p, use, param)) {
                 skip(p, p.node == owner.node ? "its type cannot be written; left out"
-                                             : "its type cannot be written; " + ownerPath + " is left out");
+                                             : "its type cannot be written; " + std::string(ownerPath) + " is left out");
                 return false;
             }
             if (use.dataIds != nullptr && use.dataIds->count(use.root) != 0) {
@@ -438,7 +437,7 @@ private:
             }
             const pugi::xml_node part = child(f.node, flags[i]);
             if (given[i] == FieldIds::kAbsent) {
-                report_.skipped(f.input->place(part, index_.pathOf(f.node)),
+                report_.skipped(f.input->place(part, std::string(index_.pathOf(f.node))),
                                 std::string("the field's deployment gives no ID for ") + flags[i] + "; that part is left out");
             }
             parts[i] = given[i] >= 0 && claim(f, i == 2 ? eventUsers_ : methodUsers_, given[i]) ? given[i] : -1;
@@ -454,11 +453,12 @@ private:
     Report& report_;
     Overrides overrides_;
     TypeWriter types_;
-    std::map<std::string, std::map<std::string, uint32_t>> dataIds_;  // set path -> element path -> ID
-    std::map<std::string, std::unique_ptr<SerializationProps>> props_;
+    // Paths as views into the index, which outlives them.
+    std::map<std::string_view, std::map<std::string_view, uint32_t>> dataIds_;  // set path -> element path -> ID
+    std::map<std::string_view, std::unique_ptr<SerializationProps>> props_;
     std::vector<std::unique_ptr<Mapping>> mappings_;
-    std::map<std::string, const Mapping*> mappingOf_;  // event, method or field path -> its mapping
-    std::map<int, std::string> methodUsers_, eventUsers_;  // of the service being read: ID -> element path
+    std::map<std::string_view, const Mapping*> mappingOf_;  // event, method or field path -> its mapping
+    std::map<int, std::string_view> methodUsers_, eventUsers_;  // of the service being read: ID -> element path
 };
 
 }  // namespace

@@ -145,7 +145,7 @@ bool TypeWriter::fail(const Element& at, const std::string& reason)
     return false;
 }
 
-bool TypeWriter::overrideAttribute(const Element& at, const std::string& path, const Use& use, Json::Value& param)
+bool TypeWriter::overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& param)
 {
     const auto found = overrides_.find(use.root);
     if (found == overrides_.end()) {
@@ -185,7 +185,7 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     if (depth > kMaxNesting) {
         return fail(type, "types nest deeper than " + std::to_string(kMaxNesting) + " levels");
     }
-    const std::string& path = index_.pathOf(type.node);
+    const std::string_view path = index_.pathOf(type.node);
     if (open_.count(type.node.internal_object()) != 0) {
         return fail(type, "the type contains itself, which a format cannot describe");
     }
@@ -214,14 +214,14 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     }
     // An override of a member inside makes the type the root's own; which types hold one shows only
     // once they are written, so under such a root a type is written before it is looked up.
-    std::string plain = path;
+    std::string plain(path);
     plain += '|';
     plain += use.tlvKey;
     const auto overridden = overrides_.empty() ? overrides_.end() : overrides_.find(use.root);
     const bool inside = overridden != overrides_.end() &&
                         std::any_of(overridden->second.begin(), overridden->second.end(),
                                     [](const Override& o) { return !o.target.empty(); });
-    const auto ownKey = [&] { return plain + "|" + use.root; };
+    const auto ownKey = [&] { return (plain + "|").append(use.root); };
     auto known = done_.find(inside ? ownKey() : plain);
     if (known == done_.end()) {
         const std::string own = ownKey();
@@ -424,7 +424,7 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
         }
         out["ParamName"] = name;
     }
-    const std::string& path = index_.pathOf(element.node);
+    const std::string_view path = index_.pathOf(element.node);
     if (use.dataIds != nullptr) {
         const auto id = use.dataIds->find(path);
         if (id != use.dataIds->end()) {

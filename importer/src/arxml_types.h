@@ -31,10 +31,10 @@ struct SerializationProps {
 // Per-element overrides: the props for a data prototype (an argument, event or field: its root) as a
 // whole (target empty) or for a member somewhere inside its type (target: the member's path).
 struct Override {
-    std::string target;
+    std::string_view target;  // paths: views into the index
     const SerializationProps* props;
 };
-using Overrides = std::map<std::string, std::vector<Override>>;
+using Overrides = std::map<std::string_view, std::vector<Override>>;
 
 class TypeWriter {
 public:
@@ -44,8 +44,8 @@ public:
     struct Use {
         Attributes list;
         const SerializationProps* listProps = nullptr;
-        std::string root;
-        const std::map<std::string, uint32_t>* dataIds = nullptr;
+        std::string_view root;
+        const std::map<std::string_view, uint32_t>* dataIds = nullptr;
         std::string tlvKey;
     };
 
@@ -68,7 +68,7 @@ private:
     bool compu(const Element& method, const std::string& basic, Json::Value& out);
     Element referenced(const Element& type);
     std::vector<Element> templateArguments(const Element& type) const;
-    bool overrideAttribute(const Element& at, const std::string& path, const Use& use, Json::Value& param);
+    bool overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& param);
     bool fail(const Element& at, const std::string& reason);
 
     const PathIndex& index_;
