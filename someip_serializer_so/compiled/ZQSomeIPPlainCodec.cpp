@@ -245,10 +245,11 @@ private:
     void put(Part part)
     {
         if (depth_ == parts_.size()) {
-            parts_.resize(parts_.size() * 2);
+            grow();
         }
         parts_[depth_++] = part;
     }
+    __attribute__((noinline)) void grow() { parts_.resize(parts_.size() * 2); }
     std::vector<Part> parts_;
     size_t depth_ = 0;
 };
@@ -470,9 +471,10 @@ private:
         return true;
     }
 
-    // Enumerated, bit field and scaled numbers.
+    // Enumerated, bit field and scaled numbers. Kept out of line: most numbers are plain, and the
+    // number readers stay small enough to be inlined where values are dispatched.
     template <typename T>
-    bool special(const Param& p, T v)
+    __attribute__((noinline)) bool special(const Param& p, T v)
     {
         if constexpr (std::is_floating_point<T>::value) {
             scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
