@@ -77,6 +77,16 @@ inline void check(const Case& c)
     }
     EXPECT_EQ(r.formatText, readText(sample(c.expected)));
 
+    // Documents handed on one by one as they are written are the ones the result would hold.
+    std::vector<ZQSomeIP::ZQSomeIPImportFile> handed;
+    options.serviceDocument = [&handed](ZQSomeIP::ZQSomeIPImportFile&& f) { handed.push_back(std::move(f)); };
+    ZQSomeIP::importDescriptions(paths, options);
+    ASSERT_EQ(handed.size(), r.perService.size());
+    for (size_t i = 0; i < handed.size(); ++i) {
+        EXPECT_EQ(handed[i].name, r.perService[i].name);
+        EXPECT_EQ(handed[i].text, r.perService[i].text) << handed[i].name;
+    }
+
     // The documents load, as one file and one per service, and every method compiles.
     convtest::TempDir dir;
     ZQSomeIP::ZQSomeIPPlainStatus status;
