@@ -111,6 +111,24 @@ TEST(ImportArxml, DeepDescriptionsAreCutOffAndReported)
     ASSERT_TRUE(deep.ok) << deep.error;
     ASSERT_EQ(deep.report.skipped.size(), 1u) << importtest::reasons(deep.report);
     EXPECT_EQ(deep.report.skipped[0].reason, "short names nest deeper than 64 levels; neither this element nor what it holds is indexed");
+
+    // Long names nested under long names, many times over: their paths would outgrow the description
+    // many times, so indexing stops at a bound proportional to it.
+    std::string chain;
+    for (int level = 0; level < 60; ++level) {
+        chain += "<AR-PACKAGE><SHORT-NAME>" + std::string(120, 'n') + std::to_string(level) + "</SHORT-NAME><AR-PACKAGES>";
+    }
+    for (int level = 0; level < 60; ++level) {
+        chain += "</AR-PACKAGES></AR-PACKAGE>";
+    }
+    std::string wide = "<AUTOSAR><AR-PACKAGES>";
+    for (int i = 0; i < 200; ++i) {
+        wide += "<AR-PACKAGE><SHORT-NAME>p" + std::to_string(i) + "</SHORT-NAME><AR-PACKAGES>" + chain + "</AR-PACKAGES></AR-PACKAGE>";
+    }
+    const auto paths = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"wide.arxml", wide + "</AR-PACKAGES></AUTOSAR>"}});
+    ASSERT_TRUE(paths.ok) << paths.error;
+    ASSERT_EQ(paths.report.skipped.size(), 1u) << importtest::reasons(paths.report);
+    EXPECT_EQ(paths.report.skipped[0].reason.rfind("the element paths grow past twice the size of the description", 0), 0u);
 }
 
 }  // namespace

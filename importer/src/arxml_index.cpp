@@ -23,6 +23,10 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     while (slots < bytes / 128) {
         slots *= 2;
     }
+    // Paths are kept whole, so names nested deep under long names could make them far larger than
+    // the description; real ones take a fraction of it.
+    const size_t pathBudget = 2 * bytes + (1u << 20);
+    bool overBudget = false;
     byPath_.assign(slots, 0);
     byNode_.assign(slots, NodeSlot{nullptr, 0});
     list_.reserve(slots / 2);
@@ -42,7 +46,14 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
             open.push_back({path.size(), levels});
             const std::string_view name = refusedAt < open.size() ? std::string_view() : shortNameView(n);
             const Element e{input, n};
-            if (!name.empty() && (name.size() > kMaxShortName || levels == kMaxPathLevels)) {
+            if (!name.empty() && paths_.size() + path.size() + 1 + name.size() > pathBudget) {
+                if (!overBudget) {
+                    report_.skipped(place(e), "the element paths grow past twice the size of the description; "
+                                              "neither this element nor any later one is indexed");
+                    overBudget = true;
+                }
+                refusedAt = open.size();
+            } else if (!name.empty() && (name.size() > kMaxShortName || levels == kMaxPathLevels)) {
                 report_.skipped(place(e), name.size() > kMaxShortName
                                               ? "SHORT-NAME of " + std::to_string(name.size()) + " characters (more than " +
                                                     std::to_string(kMaxShortName) + "); neither it nor what it holds is indexed"
