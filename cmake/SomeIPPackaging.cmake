@@ -14,19 +14,18 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/someip_serializer_so/ DESTINATION ${SOME
 install(FILES ${PROJECT_BINARY_DIR}/include/someip_parser_vaq/ZQSomeIPVersion.h
   DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
 
-if(TARGET someip_capture)
-  set_target_properties(someip_capture PROPERTIES EXPORT_NAME someip_capture)
-  target_include_directories(someip_capture INTERFACE $<INSTALL_INTERFACE:${SOMEIP_HEADER_INSTALL_DIR}>)
-  install(TARGETS someip_capture EXPORT someip_parser_vaqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(FILES ${PROJECT_SOURCE_DIR}/capture/ZQSomeIPCapture.h DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
-endif()
-
-if(TARGET someip_import)
-  set_target_properties(someip_import PROPERTIES EXPORT_NAME someip_import)
-  target_include_directories(someip_import INTERFACE $<INSTALL_INTERFACE:${SOMEIP_HEADER_INSTALL_DIR}>)
-  install(TARGETS someip_import EXPORT someip_parser_vaqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(FILES ${PROJECT_SOURCE_DIR}/importer/ZQSomeIPImport.h DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
-endif()
+# The capture reader and the importer: a library and its one header each.
+foreach(_someip_part someip_capture:capture/ZQSomeIPCapture.h someip_import:importer/ZQSomeIPImport.h)
+  string(REPLACE ":" ";" _someip_part ${_someip_part})
+  list(GET _someip_part 0 _someip_target)
+  list(GET _someip_part 1 _someip_header)
+  if(TARGET ${_someip_target})
+    set_target_properties(${_someip_target} PROPERTIES EXPORT_NAME ${_someip_target})
+    target_include_directories(${_someip_target} INTERFACE $<INSTALL_INTERFACE:${SOMEIP_HEADER_INSTALL_DIR}>)
+    install(TARGETS ${_someip_target} EXPORT someip_parser_vaqTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(FILES ${PROJECT_SOURCE_DIR}/${_someip_header} DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
+  endif()
+endforeach()
 
 if(TARGET someip-json)
   # Found next to the tool wherever the prefix is; a no-op for the system's library directories.
