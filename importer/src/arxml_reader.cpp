@@ -366,17 +366,18 @@ private:
         size_t withId = 0;
         for (const Element& p : protos) {
             use.root = index_.pathOf(p.node);
-            Json::Value param;
+            FormatBuilder::Param param;
             if (!types_.prototype(p, use, param)) {
                 skip(p, p.node == owner.node ? "its type cannot be written; left out"
                                              : "its type cannot be written; " + std::string(ownerPath) + " is left out");
                 return false;
             }
             if (use.dataIds != nullptr && use.dataIds->count(use.root) != 0) {
-                param["DataId"] = use.dataIds->at(use.root);
+                param.hasDataId = true;
+                param.dataId = use.dataIds->at(use.root);
                 ++withId;
             }
-            list.params.append(std::move(param));
+            FormatBuilder::param(list, param);
         }
         if (withId != 0 && withId != protos.size()) {
             skip(owner, "only some arguments have TLV data IDs; left out");

@@ -62,6 +62,18 @@ bool readLimit(pugi::xml_node n, const std::string& basic, Json::Value& out)
     return true;
 }
 
+// A member's parameter as JSON, by the name it has in its type.
+Json::Value asJson(const std::string& name, const FormatBuilder::Param& p)
+{
+    if (p.shared) {
+        return FormatBuilder::typeRef(name, p.type);
+    }
+    Json::Value out(Json::objectValue);
+    out["ParamName"] = name;
+    out["ParamType"] = p.type;
+    return out;
+}
+
 }  // namespace
 
 pugi::xml_node definitionProperty(pugi::xml_node owner, std::string_view name)
@@ -145,7 +157,7 @@ bool TypeWriter::fail(const Element& at, const std::string& reason)
     return false;
 }
 
-bool TypeWriter::overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& param)
+bool TypeWriter::overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& attribute)
 {
     const auto found = overrides_.find(use.root);
     if (found == overrides_.end()) {
@@ -157,30 +169,31 @@ bool TypeWriter::overrideAttribute(const Element& at, std::string_view path, con
             if (!o.props->ok) {
                 return fail(at, "the serialization properties overriding it cannot be written");
             }
-            const Json::Value a = o.props->attribute(o.props->over(use.list), use.list, false);
+            Json::Value a = o.props->attribute(o.props->over(use.list), use.list, false);
             if (!a.isNull()) {
-                param["Attribute"] = a;
+                attribute = std::move(a);
             }
         }
     }
     return true;
 }
 
-bool TypeWriter::prototype(const Element& proto, const Use& use, Json::Value& out)
+bool TypeWriter::prototype(const Element& proto, const Use& use, FormatBuilder::Param& out)
 {
     const Element type = index_.resolveChild(proto, "TYPE-TREF");
     if (!type) {
         return child(proto.node, "TYPE-TREF") ? false : fail(proto, "has no TYPE-TREF");
     }
-    if (!named(type, PathIndex::shortName(proto.node), use, 0, out)) {
+    if (!named(type, use, 0, out)) {
         return false;
     }
-    return overrideAttribute(proto, use.root, use, out);
+    out.name = PathIndex::shortName(proto.node);
+    return overrideAttribute(proto, use.root, use, out.attribute);
 }
 
 // A named data type: basic ones written inline, the others as shared types, defined once for each
 // context that changes what they say (TLV data IDs, overrides inside them).
-bool TypeWriter::named(const Element& type, const std::string& name, const Use& use, int depth, Json::Value& out)
+bool TypeWriter::named(const Element& type, const Use& use, int depth, FormatBuilder::Param& out)
 {
     if (depth > kMaxNesting) {
         return fail(type, "types nest deeper than " + std::to_string(kMaxNesting) + " levels");
@@ -197,20 +210,13 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
             return false;
         }
         open_.insert(type.node.internal_object());
-        const bool ok = named(target, name, use, depth + 1, out);
+        const bool ok = named(target, use, depth + 1, out);
         open_.erase(type.node.internal_object());
         return ok;
     }
     if (category == "VALUE" && !hasCompu) {
-        std::string basic;
-        if (!scalar(type, use, depth, basic)) {
-            return false;
-        }
-        static const Json::StaticString kName("ParamName"), kType("ParamType");
-        out = Json::Value(Json::objectValue);
-        out[kName] = name;
-        out[kType] = basic;
-        return true;
+        out.shared = false;
+        return scalar(type, use, depth, out.type);
     }
     // An override of a member inside makes the type the root's own; which types hold one shows only
     // once they are written, so under such a root a type is written before it is looked up.
@@ -250,7 +256,8 @@ bool TypeWriter::named(const Element& type, const std::string& name, const Use& 
     if (known->second.name.empty()) {
         return false;
     }
-    out = FormatBuilder::typeRef(name, known->second.name);
+    out.shared = true;
+    out.type = known->second.name;
     return true;
 }
 
@@ -406,7 +413,12 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
         if (!type) {
             return child(element.node, "TEMPLATE-TYPE-REF") ? false : fail(element, "has no TEMPLATE-TYPE-REF");
         }
-        return named(type, PathIndex::shortName(type.node), use, depth, out);
+        FormatBuilder::Param p;
+        if (!named(type, use, depth, p)) {
+            return false;
+        }
+        out = asJson(PathIndex::shortName(type.node), p);
+        return true;
     }
     const std::string name = PathIndex::shortName(element.node);
     if (name.empty()) {
@@ -415,9 +427,11 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
     const std::string category = childText(element.node, "CATEGORY");
     if (child(element.node, "TYPE-REFERENCE") || category == "TYPE_REFERENCE") {
         const Element type = referenced(element);
-        if (!type || !named(type, name, use, depth, out)) {
+        FormatBuilder::Param p;
+        if (!type || !named(type, use, depth, p)) {
             return false;
         }
+        out = asJson(name, p);
     } else {
         if (!body(element, use, depth, out)) {
             return false;
@@ -434,7 +448,14 @@ bool TypeWriter::member(const Element& element, const Use& use, int depth, Json:
     if (isTrue(childText(element.node, "IS-OPTIONAL"))) {
         out["Optional"] = true;
     }
-    return overrideAttribute(element, path, use, out);
+    Json::Value attribute;
+    if (!overrideAttribute(element, path, use, attribute)) {
+        return false;
+    }
+    if (!attribute.isNull()) {
+        out["Attribute"] = std::move(attribute);
+    }
+    return true;
 }
 
 // Arrays: fixed ones (ARRAY-SIZE, FIXED-SIZE semantics) and those of variable size up to ARRAY-SIZE,
@@ -485,15 +506,15 @@ bool TypeWriter::array(const Element& type, const Use& use, int depth, Json::Val
 bool TypeWriter::scalar(const Element& type, const Use& use, int depth, std::string& basic)
 {
     if (childText(type.node, "CATEGORY") == "TYPE_REFERENCE") {
-        Json::Value target;
+        FormatBuilder::Param target;
         const Element t = referenced(type);
-        if (!t || !named(t, "value", use, depth + 1, target)) {
+        if (!t || !named(t, use, depth + 1, target)) {
             return false;
         }
-        if (target["ParamType"] == "TYPEREF") {
+        if (target.shared) {
             return fail(type, "a compu method on a type that is not a number");
         }
-        basic = target["ParamType"].asString();
+        basic = std::move(target.type);
         return true;
     }
     if (const pugi::xml_node ref = definitionProperty(type.node, "BASE-TYPE-REF")) {

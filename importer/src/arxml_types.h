@@ -56,10 +56,12 @@ public:
 
     // The parameter a data prototype (VARIABLE-DATA-PROTOTYPE, ARGUMENT-DATA-PROTOTYPE, FIELD) writes, by
     // its TYPE-TREF; false when it cannot be written (the cause reported where it stands).
-    bool prototype(const Element& proto, const Use& use, Json::Value& out);
+    // Its "DataId" is the caller's to set.
+    bool prototype(const Element& proto, const Use& use, FormatBuilder::Param& out);
 
 private:
-    bool named(const Element& type, const std::string& name, const Use& use, int depth, Json::Value& out);
+    // What a parameter of a named type says of it: out.type and out.shared.
+    bool named(const Element& type, const Use& use, int depth, FormatBuilder::Param& out);
     bool body(const Element& type, const Use& use, int depth, Json::Value& out);
     bool member(const Element& element, const Use& use, int depth, Json::Value& out);
     bool members(const std::vector<Element>& list, const Use& use, int depth, Json::Value& out);
@@ -68,7 +70,7 @@ private:
     bool compu(const Element& method, const std::string& basic, Json::Value& out);
     Element referenced(const Element& type);
     std::vector<Element> templateArguments(const Element& type) const;
-    bool overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& param);
+    bool overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& attribute);
     bool fail(const Element& at, const std::string& reason);
 
     const PathIndex& index_;

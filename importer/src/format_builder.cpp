@@ -262,8 +262,58 @@ size_t FormatBuilder::service(const Place& at, uint16_t id, int majorVersion, co
 std::string FormatBuilder::paramsText(size_t service, const List& list)
 {
     std::string text;
-    Writer(text, true, &services_[service].types).value(list.params, kListIndent + 2);
+    Writer w(text, true, &services_[service].types);
+    if (list.written.empty()) {
+        w.value(list.params, kListIndent + 2);
+        return text;
+    }
+    services_[service].types.insert(list.typeRefs.begin(), list.typeRefs.end());
+    text.reserve(list.written.size() + 4);
+    text += '[';
+    text += list.written;
+    w.line(kListIndent + 2);
+    text += ']';
     return text;
+}
+
+void FormatBuilder::param(List& list, const Param& p)
+{
+    // Written as Writer::value writes the same object, an element of the list's array.
+    constexpr size_t indent = kListIndent + 4;
+    std::string& out = list.written;
+    Writer w(out, true);
+    if (!out.empty()) {
+        out += ',';
+    }
+    w.line(indent);
+    out += '{';
+    if (!p.attribute.isNull()) {
+        w.line(indent + 2);
+        out += "\"Attribute\": ";
+        w.value(p.attribute, indent + 2);
+        out += ',';
+    }
+    if (p.hasDataId) {
+        w.line(indent + 2);
+        out += "\"DataId\": ";
+        out += std::to_string(p.dataId);
+        out += ',';
+    }
+    w.line(indent + 2);
+    out += "\"ParamName\": ";
+    quoted(out, p.name);
+    out += ',';
+    w.line(indent + 2);
+    out += "\"ParamType\": ";
+    if (p.shared) {
+        out += "\"TYPEREF\",";
+        w.line(indent + 2);
+        out += "\"TypeRef\": ";
+        list.typeRefs.push_back(p.type);
+    }
+    quoted(out, p.type);
+    w.line(indent);
+    out += '}';
 }
 
 void FormatBuilder::add(size_t service, Kind kind, uint32_t order, const char* nameKey, const std::string& name,

@@ -75,11 +75,26 @@ public:
     // the replacement reported at `at`. Returns the service's index for the calls below.
     size_t service(const Place& at, uint16_t id, int majorVersion, const std::string& name, const Attributes& attributes);
 
-    // A parameter list: the parameters, and keys for its "Params" element ("Attribute", "Tlv").
+    // A parameter list: the parameters, and keys for its "Params" element ("Attribute", "Tlv"). The
+    // parameters are either given as JSON in `params` or added one by one with param(), which writes
+    // them at once (a big import has tens of thousands, and a JSON object each is most of its cost).
     struct List {
         Json::Value params{Json::arrayValue};
         Json::Value keys{Json::objectValue};
+        std::string written;                // param(): held text (see Writer in the .cpp)
+        std::vector<std::string> typeRefs;  // param(): the shared types named
     };
+    // A parameter that names its type: a basic one inline or a shared type, with keys beside it.
+    struct Param {
+        std::string name;
+        std::string type;
+        bool shared = false;
+        Json::Value attribute;  // null: none
+        bool hasDataId = false;
+        uint32_t dataId = 0;
+    };
+    // Adds `p` to `list`, as params would hold {"Attribute", "DataId", "ParamName", "ParamType", "TypeRef"}.
+    static void param(List& list, const Param& p);
     // A method without a response is fire-and-forget.
     void method(size_t service, const std::string& name, uint16_t id, const List& request, const List* response,
                 const List* error = nullptr);
