@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # End-to-end capture decoding, side by side in one run: `someip-json capture` (plain compact JSON lines)
 # against a generic dissector (tshark -T json, installed here from Debian if missing; never a build
-# dependency) on the bulk capture that ../shared/workloads/bulk/gen.py writes.
+# dependency) on the bulk capture that bench/workloads/bulk.py writes.
 #   usage: bench/capture_vs_dissector.sh [N]    N messages (default 100000, or $BULK_N)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,9 +16,9 @@ if ! command -v tshark >/dev/null 2>&1; then
 fi
 cmake -S . -B "$B" -DCMAKE_BUILD_TYPE=Release -DSOMEIP_BUILD_TESTS=OFF >/dev/null
 cmake --build "$B" -j2 --target someip-json >/dev/null
-python3 ../shared/workloads/bulk/gen.py "$B/workload" "$N"
+python3 bench/workloads/bulk.py "$B/workload" "$N"
 pcap="$B/workload/bulk.pcap"
-formats="$PWD/../shared/workloads/bulk/bulk.json"
+formats="$B/workload/bulk.json"
 
 # Three runs each, interleaved so that outside load lands on both alike; the best wall-clock time and
 # the best processor time (user + system) of each are reported.

@@ -13,11 +13,11 @@ REPS="${BENCH_REPETITIONS:-3}"
 
 cmake -S . -B "$B" -DCMAKE_BUILD_TYPE=Release -DSOMEIP_BUILD_TESTS=OFF >/dev/null
 cmake --build "$B" -j2 --target someip_bulk_bench someip_mem_probe >/dev/null
-python3 ../shared/workloads/bulk/gen.py "$B/workload" "$N"
+python3 bench/workloads/bulk.py "$B/workload" "$N"
 
 unset SOMEIPSER_LOG_LEVEL
 export SOMEIP_BULK_DIR="$B/workload"
-export SOMEIP_BULK_FORMAT="$PWD/../shared/workloads/bulk/bulk.json"
+export SOMEIP_BULK_FORMAT="$B/workload/bulk.json"
 export SOMEIP_BENCH_TMP="$B"
 
 # Repetitions in random order, reported as medians: the machines are shared, and interleaving spreads a

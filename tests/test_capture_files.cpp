@@ -125,7 +125,7 @@ TEST(CaptureFiles, CorruptedCapturesNeverBreakTheReader)
     }
 }
 
-// Traffic shaped like the reference workload: one event per datagram, 1 ms apart, varied payloads.
+// Traffic shaped like the bulk workload: one event per datagram, 1 ms apart, varied payloads.
 TEST(CaptureFiles, BulkTrafficIsReadWhole)
 {
     const size_t n = 5000;
@@ -148,8 +148,8 @@ TEST(CaptureFiles, BulkTrafficIsReadWhole)
     EXPECT_EQ(r.status.stats.errors + r.status.stats.skipped_frames, 0u);
 }
 
-// The reference generator's own capture, checked message by message against its text output.
-TEST(CaptureFiles, ReferenceGeneratorCaptureMatchesItsText)
+// The workload generator's capture, checked message by message against its text output.
+TEST(CaptureFiles, WorkloadGeneratorCaptureMatchesItsText)
 {
     struct stat st {};
     if (stat(SOMEIP_BULK_GENERATOR, &st) != 0 || std::system("python3 -c '' 2>/dev/null") != 0)

@@ -289,24 +289,24 @@ TEST(Tool, StreamMode)
     }
 }
 
-// A capture of the reference workload to JSON lines: header and payload in every line, selection,
+// A capture of the bulk workload to JSON lines: header and payload in every line, selection,
 // messages without a format, and a capture cut short.
 TEST(Tool, CaptureToJsonLines)
 {
     if (std::string(SOMEIP_TOOL_PATH).empty()) {
         GTEST_SKIP() << "someip-json is not built";
     }
-    if (!std::ifstream(SOMEIP_WORKLOADS_DIR "/bulk/gen.py")) {
-        GTEST_SKIP() << "the reference workload generator is not beside the repository";
+    if (std::system("python3 -c '' 2>/dev/null") != 0) {
+        GTEST_SKIP() << "no python3 for the workload generator";
     }
     const std::string dir = ::testing::TempDir() + "someip_capture_" + std::to_string(getpid());
-    ASSERT_EQ(std::system(("python3 " SOMEIP_WORKLOADS_DIR "/bulk/gen.py " + dir + " 20 >/dev/null").c_str()), 0);
+    ASSERT_EQ(std::system(("python3 " SOMEIP_BULK_GENERATOR " " + dir + " 20 >/dev/null").c_str()), 0);
     const std::string pcap = dir + "/bulk.pcap";
     // The same capture cut inside its last frame.
     std::ifstream in(pcap, std::ios::binary);
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     std::ofstream(dir + "/cut.pcap", std::ios::binary) << bytes.substr(0, bytes.size() - 40);
-    const std::string bulk = std::string(" --formats ") + SOMEIP_WORKLOADS_DIR + "/bulk/bulk.json";
+    const std::string bulk = " --formats " + dir + "/bulk.json";
     const struct {
         std::string args;
         int status;

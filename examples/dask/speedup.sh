@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The speed-up of decode_captures.py from one worker to two on a local cluster, over four captures of the
-# reference workload (../shared/workloads/bulk/gen.py, seeds 1-4).
+# bulk workload (bench/workloads/bulk.py, seeds 1-4).
 #   usage: examples/dask/speedup.sh [N]     N messages per capture (default 50000)
 # Needs the module built in build/python (bash scripts/test.sh, or cmake --build build).
 #
@@ -16,14 +16,14 @@ N="${1:-50000}"
 work=build/dask-speedup
 rm -rf "$work" && mkdir -p "$work/in"
 for seed in 1 2 3 4; do
-  /usr/bin/python3 ../shared/workloads/bulk/gen.py "$work/gen$seed" "$N" "$seed" >/dev/null
+  /usr/bin/python3 bench/workloads/bulk.py "$work/gen$seed" "$N" "$seed" >/dev/null
   mv "$work/gen$seed/bulk.pcap" "$work/in/capture$seed.pcap"
 done
 
 PYTHONPATH="$PWD/build/python" /usr/bin/python3 - "$work" <<'PY'
 import glob, json, os, statistics, subprocess, sys, time
 work = sys.argv[1]
-formats = "../shared/workloads/bulk/bulk.json"
+formats = work + "/gen1/bulk.json"
 captures = sorted(glob.glob(work + "/in/*.pcap"))
 PLAIN = """
 import sys, someip_parser_vaq as sp

@@ -1,17 +1,23 @@
-"""What the module's tests share: the module, where the examples and the reference workload are, and
-captures made by the workload's generator. ctest sets the paths (python/CMakeLists.txt); run by hand,
-they default to this checkout's layout."""
+"""What the module's tests share: the module, where the examples are, the bulk workload's format file
+and captures made by its generator. ctest sets the paths (python/CMakeLists.txt); run by hand, they
+default to this checkout's layout."""
+import atexit
 import os
+import shutil
 import subprocess
 import sys
+import tempfile
 
 import pytest
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 EXAMPLES = os.environ.get("SOMEIP_EXAMPLES_DIR") or os.path.join(ROOT, "examples")
-WORKLOADS = os.environ.get("SOMEIP_WORKLOADS_DIR") or os.path.join(ROOT, "..", "shared", "workloads")
-GENERATOR = os.path.join(WORKLOADS, "bulk", "gen.py")
-BULK_FORMATS = os.path.join(WORKLOADS, "bulk", "bulk.json")
+GENERATOR = os.environ.get("SOMEIP_BULK_GENERATOR") or os.path.join(ROOT, "bench", "workloads", "bulk.py")
+# The generator writes the workload's format file beside its messages: written once, with none.
+_FORMATS_DIR = tempfile.mkdtemp(prefix="someip_bulk_formats_")
+atexit.register(shutil.rmtree, _FORMATS_DIR, True)
+subprocess.run([sys.executable, GENERATOR, _FORMATS_DIR, "0"], check=True, stdout=subprocess.DEVNULL)
+BULK_FORMATS = os.path.join(_FORMATS_DIR, "bulk.json")
 TOOL = os.environ.get("SOMEIP_TOOL", "")
 
 
@@ -29,15 +35,11 @@ def formats(sp):
 
 @pytest.fixture(scope="session")
 def bulk_formats(sp):
-    if not os.path.exists(GENERATOR):
-        pytest.skip("the reference workload is not beside the repository")
     return sp.Formats(BULK_FORMATS)
 
 
 def generate_capture(directory, count, seed=1):
-    """A capture of `count` reference messages; returns its path."""
-    if not os.path.exists(GENERATOR):
-        pytest.skip("the reference workload is not beside the repository")
+    """A capture of `count` bulk workload messages; returns its path."""
     subprocess.run([sys.executable, GENERATOR, str(directory), str(count), str(seed)], check=True,
                    stdout=subprocess.DEVNULL)
     return os.path.join(str(directory), "bulk.pcap")

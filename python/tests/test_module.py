@@ -1,4 +1,4 @@
-"""The module over the example formats and the reference workload: plain and classic conversions, the
+"""The module over the example formats and the bulk workload: plain and classic conversions, the
 errors they raise, buffers without copies, batches, threads, and captures read as the tool reads them."""
 import json
 import os
