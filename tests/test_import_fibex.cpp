@@ -106,6 +106,22 @@ std::string typedefChain()
     return types;
 }
 
+// Units are found in their list directly under the processing information or inside whatever group an
+// exporter wraps around it.
+TEST(ImportFibex, UnitsInAGroupOfTheirOwn)
+{
+    std::string text = importtest::readText(importtest::sample("fibex/basics.xml"));
+    const size_t begin = text.find("<ho:UNITS>"), end = text.find("</ho:UNITS>");
+    ASSERT_NE(end, std::string::npos);
+    const auto flat = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"in.xml", text}});
+    text.insert(end + 11, "</ho:UNIT-GROUP>");
+    text.insert(begin, "<ho:UNIT-GROUP>");
+    const auto grouped = ZQSomeIP::importDescriptions(std::vector<ZQSomeIP::ZQSomeIPImportSource>{{"in.xml", text}});
+    ASSERT_TRUE(flat.ok && grouped.ok);
+    EXPECT_NE(flat.formatText.find(R"("Unit": "degC")"), std::string::npos);
+    EXPECT_EQ(grouped.formatText, flat.formatText);
+}
+
 TEST(ImportFibex, BrokenDescriptionsAreReportedAndTheirElementsSkipped)
 {
     const struct {

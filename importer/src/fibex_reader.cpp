@@ -106,7 +106,17 @@ private:
         const pugi::xml_node elements = child(root, "ELEMENTS"), processing = child(root, "PROCESSING-INFORMATION");
         forChildren(child(elements, "DATATYPES"), "DATATYPE", [&](pugi::xml_node n) { add(datatypes_, in, n); });
         forChildren(child(processing, "CODINGS"), "CODING", [&](pugi::xml_node n) { add(codings_, in, n); });
-        forChildren(child(child(processing, "UNIT-SPEC"), "UNITS"), "UNIT", [&](pugi::xml_node n) { add(units_, in, n); });
+        // Units stand in a UNITS list, directly under the processing information or in the group an
+        // exporter wraps around it; found either way, whatever the group is called.
+        auto units = [&](pugi::xml_node holder) {
+            forChildren(child(holder, "UNITS"), "UNIT", [&](pugi::xml_node n) { add(units_, in, n); });
+        };
+        units(processing);
+        for (pugi::xml_node group = processing.first_child(); group; group = group.next_sibling()) {
+            if (group.type() == pugi::node_element && localName(group) != "UNITS") {
+                units(group);
+            }
+        }
         forChildren(child(elements, "SERVICE-INTERFACES"), "SERVICE-INTERFACE",
                     [&](pugi::xml_node n) { services_.push_back({in, n}); });
     }
