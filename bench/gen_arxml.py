@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes a big AUTOSAR ARXML description for the import benchmark, deterministic from a seed.
 
-    bench/gen_arxml.py [--services 2000] [--elements 20000] [--seed 1] [--split] OUT
+    bench/gen_arxml.py [--services 2000] [--elements 20000] [--seed 1] [--split] [--indent] OUT
 
 OUT is one file, or with --split a directory receiving types.arxml, interfaces.arxml and
 deployments.arxml (references then cross files, as in real exports). Services carry methods and events
@@ -13,6 +13,7 @@ import reports nothing.
 import argparse
 import os
 import random
+import re
 
 NS = "http://autosar.org/schema/r4.0"
 PLATFORM = ["uint8_t", "uint16_t", "uint32_t", "uint64_t", "int8_t", "int16_t", "int32_t", "int64_t",
@@ -174,8 +175,41 @@ def write_deployments(out, counts):
     out.write("</ELEMENTS></AR-PACKAGE>\n")
 
 
-def document(path, body):
-    with open(path, "w", encoding="utf-8") as out:
+class Indented:
+    """Writes what it is given as exports are laid out: an element a line, indented by its depth, a text
+    on the line of its element. The same elements as without; the input is bigger and the markup a
+    smaller part of it."""
+    TAG = re.compile(r"(<[^>]+>)")
+
+    def __init__(self, out):
+        self.out, self.depth, self.last = out, 0, "close"
+
+    def write(self, text):
+        parts = []
+        for token in self.TAG.split(text):
+            if not token or token == "\n":
+                continue
+            if token.startswith("</"):
+                self.depth -= 1
+                if self.last == "close":
+                    parts.append("\n" + "  " * self.depth)
+                self.last = "close"
+            elif token.startswith("<?"):
+                self.last = "close"
+            elif token.startswith("<"):
+                parts.append("\n" + "  " * self.depth)
+                if not token.endswith("/>"):
+                    self.depth += 1
+                self.last = "close" if token.endswith("/>") else "open"
+            else:
+                self.last = "text"
+            parts.append(token)
+        self.out.write("".join(parts))
+
+
+def document(path, body, indent):
+    with open(path, "w", encoding="utf-8") as file:
+        out = Indented(file) if indent else file
         out.write(f'<?xml version="1.0" encoding="UTF-8"?>\n<AUTOSAR xmlns="{NS}"><AR-PACKAGES>\n')
         body(out)
         out.write("</AR-PACKAGES></AUTOSAR>\n")
@@ -188,6 +222,7 @@ def main():
     parser.add_argument("--types", type=int, default=1000, help="shared types in the pool")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--split", action="store_true", help="OUT is a directory for three files")
+    parser.add_argument("--indent", action="store_true", help="an element a line, indented (as exports are)")
     parser.add_argument("out")
     args = parser.parse_args()
     if not 1 <= args.services <= 65535:
@@ -200,12 +235,12 @@ def main():
     interfaces = random.Random(rng.random())
     if args.split:
         os.makedirs(args.out, exist_ok=True)
-        document(os.path.join(args.out, "types.arxml"), types.write)
-        document(os.path.join(args.out, "interfaces.arxml"), lambda out: write_interfaces(out, interfaces, types, counts))
-        document(os.path.join(args.out, "deployments.arxml"), lambda out: write_deployments(out, counts))
+        document(os.path.join(args.out, "types.arxml"), types.write, args.indent)
+        document(os.path.join(args.out, "interfaces.arxml"), lambda out: write_interfaces(out, interfaces, types, counts), args.indent)
+        document(os.path.join(args.out, "deployments.arxml"), lambda out: write_deployments(out, counts), args.indent)
     else:
         document(args.out, lambda out: (types.write(out), write_interfaces(out, interfaces, types, counts),
-                                        write_deployments(out, counts)))
+                                        write_deployments(out, counts)), args.indent)
 
 
 if __name__ == "__main__":

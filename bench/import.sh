@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Import speed and memory: a generated ARXML of 2,000 services and 20,000 methods and events (bench/gen_arxml.py,
-# one file and the same split over three files) through `someip-json import ... -o one.json`, Release build. Prints a Markdown
+# one file, the same split over three files, and the same laid out an element a line as exports are) through
+# `someip-json import ... -o one.json`, Release build. Prints a Markdown
 # table: input size, median wall time of 3 runs, MB/s, and peak memory as a multiple of the input size.
 #   usage: bench/import.sh [SERVICES [ELEMENTS]]
 set -euo pipefail
@@ -15,13 +16,15 @@ W="$B/import-bench"
 rm -rf "$W" && mkdir -p "$W"
 python3 bench/gen_arxml.py --services "$SERVICES" --elements "$ELEMENTS" "$W/one.arxml"
 python3 bench/gen_arxml.py --services "$SERVICES" --elements "$ELEMENTS" --split "$W/split"
+python3 bench/gen_arxml.py --services "$SERVICES" --elements "$ELEMENTS" --indent "$W/indented.arxml"
 
 python3 - "$B/tools/someip-json" "$W" <<'PY'
 import os, resource, statistics, subprocess, sys, time
 
 tool, work = sys.argv[1], sys.argv[2]
 inputs = {"one file": [os.path.join(work, "one.arxml")],
-          "three files": sorted(os.path.join(work, "split", f) for f in os.listdir(os.path.join(work, "split")))}
+          "three files": sorted(os.path.join(work, "split", f) for f in os.listdir(os.path.join(work, "split"))),
+          "one file, indented": [os.path.join(work, "indented.arxml")]}
 print("| Input | Size | Time (median of 3) | Speed | Peak memory | Memory/input | Report |")
 print("|---|---|---|---|---|---|---|")
 for label, files in inputs.items():

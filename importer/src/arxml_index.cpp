@@ -1,5 +1,6 @@
 #include "arxml_index.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <utility>
@@ -25,11 +26,10 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     }
     // Paths are kept whole, so names nested deep under long names could make them far larger than
     // the description; real ones take a fraction of it.
-    const size_t pathBudget = 2 * bytes + (1u << 20);
+    // The budget also keeps every offset into them within 32 bits.
+    const size_t pathBudget = std::min<size_t>(2 * bytes + (1u << 20), UINT32_MAX - 2 * kBlock);
     bool overBudget = false;
     byPath_.assign(slots, 0);
-    byNode_.assign(slots, NodeSlot{nullptr, 0});
-    list_.reserve(slots / 2);
     for (const XmlInput* input : inputs) {
         // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
         // path string grown and cut back on the way, so that no element costs a copy of its path.
@@ -46,7 +46,7 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
             open.push_back({path.size(), levels});
             const std::string_view name = refusedAt < open.size() ? std::string_view() : shortNameView(n);
             const Element e{input, n};
-            if (!name.empty() && paths_.size() + path.size() + 1 + name.size() > pathBudget) {
+            if (!name.empty() && pathBytes_ + path.size() + 1 + name.size() > pathBudget) {
                 if (!overBudget) {
                     report_.skipped(place(e), "the element paths grow past twice the size of the description; "
                                               "neither this element nor any later one is indexed");
@@ -64,7 +64,7 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
                 path += '/';
                 path += name;
                 ++levels;
-                if (2 * (nodes_ + 1) > byNode_.size()) {
+                if (2 * (list_.size() + 1) > byPath_.size()) {
                     grow();
                 }
                 const size_t slot = pathSlot(path);
@@ -72,13 +72,10 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
                 if (fresh) {
                     // Numbered in 32 bits: every path takes tens of input bytes, so 2^32 of them would
                     // take far more input than memory holds.
-                    list_.push_back({paths_.size(), path.size(), e});
-                    paths_ += path;
+                    list_.push_back({store(path), static_cast<uint32_t>(path.size()), e});
                     byPath_[slot] = static_cast<uint32_t>(list_.size());
                 }
                 Path& at = list_[byPath_[slot] - 1];
-                byNode_[nodeSlot(n.internal_object())] = {n.internal_object(), byPath_[slot] - 1};
-                ++nodes_;
                 if (!fresh && localName(n) != "AR-PACKAGE") {
                     report_.duplicate(place(e), "the path is defined again (first at " + at.element.input->name() + ":" +
                                                     std::to_string(at.element.input->line(at.element.node)) +
@@ -114,17 +111,22 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
             }
         }
     }
+    // Paths asked for while the index grew may have been answered by an ancestor's.
+    std::fill(recent_.begin(), recent_.end(), Recent{});
 }
 
-namespace {
-
-size_t hashPointer(const void* p)
+uint32_t PathIndex::store(std::string_view path)
 {
-    // Nodes are at least 8-byte aligned: the low bits say nothing.
-    return static_cast<size_t>((reinterpret_cast<uintptr_t>(p) >> 3) * 0x9E3779B97F4A7C15ull);
+    if (blocks_.empty() || used_ + path.size() > kBlock) {
+        blocks_.emplace_back(new char[kBlock]);
+        used_ = 0;
+    }
+    const size_t begin = (blocks_.size() - 1) * kBlock + used_;
+    std::copy(path.begin(), path.end(), blocks_.back().get() + used_);
+    used_ += path.size();
+    pathBytes_ += path.size();
+    return static_cast<uint32_t>(begin);
 }
-
-}  // namespace
 
 size_t PathIndex::pathSlot(std::string_view path) const
 {
@@ -136,27 +138,10 @@ size_t PathIndex::pathSlot(std::string_view path) const
     }
 }
 
-size_t PathIndex::nodeSlot(const void* node) const
-{
-    const size_t mask = byNode_.size() - 1;
-    for (size_t i = (hashPointer(node) >> 16) & mask;; i = (i + 1) & mask) {
-        if (byNode_[i].node == nullptr || byNode_[i].node == node) {
-            return i;
-        }
-    }
-}
-
-// Both tables twice the size, kept at most half full so that probes stay short.
+// The table twice the size, kept at most half full so that probes stay short.
 void PathIndex::grow()
 {
-    std::vector<NodeSlot> nodes(byNode_.size() * 2, NodeSlot{nullptr, 0});
-    nodes.swap(byNode_);
-    for (const NodeSlot& n : nodes) {
-        if (n.node != nullptr) {
-            byNode_[nodeSlot(n.node)] = n;
-        }
-    }
-    byPath_.assign(byNode_.size(), 0);
+    byPath_.assign(byPath_.size() * 2, 0);
     for (size_t i = 0; i < list_.size(); ++i) {
         byPath_[pathSlot(text(list_[i]))] = static_cast<uint32_t>(i + 1);
     }
@@ -177,13 +162,41 @@ const std::vector<Element>& PathIndex::all(std::string_view kind) const
 
 std::string_view PathIndex::pathOf(pugi::xml_node node) const
 {
-    // Indexed elements know their path; others take their nearest indexed ancestor's, looked for only
-    // so far up, since a hostile file may nest without end.
-    int steps = 0;
-    for (pugi::xml_node n = node; n && n.type() == pugi::node_element && steps < 256; n = n.parent(), ++steps) {
-        const NodeSlot& at = byNode_[nodeSlot(n.internal_object())];
-        if (at.node != nullptr) {
-            return text(list_[at.path]);
+    // The short names from the element up to the root, looked for only so far up, since a hostile
+    // file may nest without end. An element that was not indexed (no short name, or refused) takes
+    // its nearest indexed ancestor's path: the longest of the spelled prefixes the index holds.
+    Recent& known = recent_[(reinterpret_cast<uintptr_t>(node.internal_object()) >> 6) % recent_.size()];
+    if (node && known.node == node.internal_object()) {
+        return known.path == 0 ? std::string_view() : text(list_[known.path - 1]);
+    }
+    known = {node.internal_object(), 0};
+    std::string_view names[kMaxPathLevels];
+    size_t count = 0, steps = 0;
+    pugi::xml_node n = node;
+    for (; n && n.type() == pugi::node_element && steps < 256; n = n.parent(), ++steps) {
+        const std::string_view name = shortNameView(n);
+        if (!name.empty()) {
+            // Deeper than the index goes: only the outermost levels can have been indexed.
+            std::move(names + (count == kMaxPathLevels ? 1 : 0), names + count, names);
+            count -= count == kMaxPathLevels ? 1 : 0;
+            names[count++] = name;
+        }
+    }
+    if (n && n.type() == pugi::node_element) {
+        return {};
+    }
+    size_t ends[kMaxPathLevels];
+    spelled_.clear();
+    for (size_t i = count; i-- > 0;) {
+        spelled_ += '/';
+        spelled_ += names[i];
+        ends[count - 1 - i] = spelled_.size();
+    }
+    for (size_t k = count; k-- > 0;) {
+        const uint32_t at = byPath_[pathSlot(std::string_view(spelled_).substr(0, ends[k]))];
+        if (at != 0) {
+            known.path = at;
+            return text(list_[at - 1]);
         }
     }
     return {};

@@ -6,7 +6,9 @@
 #define ZQ_SOMEIP_IMPORT_ARXML_INDEX_H
 
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,28 +70,39 @@ public:
 private:
     std::string absolute(const Element& ref, const std::string& text, std::string& why) const;
 
-    // Tens of thousands of paths: each is kept once, in one buffer, and both lookups (by path, by
-    // element) go through open-addressed tables of numbers instead of a node and a string apiece.
+    // Tens of thousands of paths: each is kept once, in blocks of text that never move (nor stand
+    // half empty, as a buffer grown by doubling would), and looked up through an
+    // open-addressed table of numbers instead of a node and a string apiece. An element's own path is
+    // not stored with it: it is spelled again from the short names above it when asked for, and looked
+    // up, which costs a little time on the rare question and saves a table as big as the index.
     struct Path {
-        size_t begin, length;  // in paths_
-        Element element;          // the later one of a path defined twice
+        uint32_t begin, length;  // in blocks_: block number * kBlock + offset
+        Element element;         // the later one of a path defined twice
     };
-    struct NodeSlot {
-        const void* node;  // null: free
-        uint32_t path;
-    };
-    std::string_view text(const Path& p) const { return std::string_view(paths_).substr(p.begin, p.length); }
-    // The path's number, or the free slot where it would go (the number then is npos).
+    static constexpr size_t kBlock = size_t(1) << 20;  // far more than the longest path indexed
+    std::string_view text(const Path& p) const
+    {
+        return std::string_view(blocks_[p.begin / kBlock].get() + p.begin % kBlock, p.length);
+    }
+    uint32_t store(std::string_view path);
+    // The slot of the path's number, or the free slot where it would go.
     size_t pathSlot(std::string_view path) const;
-    size_t nodeSlot(const void* node) const;
     void grow();
 
     Report& report_;
-    std::string paths_;
-    std::vector<Path> list_;
+    std::vector<std::unique_ptr<char[]>> blocks_;
+    size_t used_ = 0;       // in the last block
+    size_t pathBytes_ = 0;  // in all
+    std::deque<Path> list_;
     std::vector<uint32_t> byPath_;  // a path's number + 1; 0: free
-    std::vector<NodeSlot> byNode_;  // every indexed element, duplicates' earlier ones too
-    size_t nodes_ = 0;
+    mutable std::string spelled_;   // pathOf's scratch
+    // The readers ask for the same few elements' paths again and again (an interface, the element a
+    // mapping names): the last answers, by node, in a table of fixed size.
+    struct Recent {
+        const void* node = nullptr;
+        uint32_t path = 0;  // the path's number + 1; 0: none
+    };
+    mutable std::vector<Recent> recent_ = std::vector<Recent>(65536);
     std::map<std::string, std::vector<Element>, std::less<>> kinds_;
 };
 
