@@ -24,95 +24,115 @@ PathIndex::PathIndex(const std::vector<const XmlInput*>& inputs, const std::vect
     while (slots < bytes / 128) {
         slots *= 2;
     }
-    // Paths are kept whole, so names nested deep under long names could make them far larger than
-    // the description; real ones take a fraction of it.
-    // The budget also keeps every offset into them within 32 bits.
-    const size_t pathBudget = std::min<size_t>(2 * bytes + (1u << 20), UINT32_MAX - 2 * kBlock);
-    bool overBudget = false;
     byPath_.assign(slots, 0);
+    // Paths are kept whole, so names nested deep under long names could make them far larger than
+    // the description; real ones take a fraction of it. The budget also keeps every offset into them
+    // within 32 bits.
+    pathBudget_ = std::min<size_t>(2 * bytes + (1u << 20), UINT32_MAX - 2 * kBlock);
     for (const XmlInput* input : inputs) {
-        // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
-        // path string grown and cut back on the way, so that no element costs a copy of its path.
-        struct Open {
-            size_t pathLength, levels;
-        };
-        std::vector<Open> open;
-        std::string path;
-        size_t levels = 0;
-        size_t refusedAt = SIZE_MAX;  // depth of an element refused: nothing below it is indexed
-        const pugi::xml_node root = input->root();
-        pugi::xml_node n = root;
-        while (n) {
-            open.push_back({path.size(), levels});
-            const std::string_view name = refusedAt < open.size() ? std::string_view() : shortNameView(n);
-            const Element e{input, n};
-            if (!name.empty() && pathBytes_ + path.size() + 1 + name.size() > pathBudget) {
-                if (!overBudget) {
-                    report_.skipped(place(e), "the element paths grow past twice the size of the description; "
-                                              "neither this element nor any later one is indexed");
-                    overBudget = true;
-                }
-                refusedAt = open.size();
-            } else if (!name.empty() && (name.size() > kMaxShortName || levels == kMaxPathLevels)) {
-                report_.skipped(place(e), name.size() > kMaxShortName
-                                              ? "SHORT-NAME of " + std::to_string(name.size()) + " characters (more than " +
-                                                    std::to_string(kMaxShortName) + "); neither it nor what it holds is indexed"
-                                              : "short names nest deeper than " + std::to_string(kMaxPathLevels) +
-                                                    " levels; neither this element nor what it holds is indexed");
-                refusedAt = open.size();
-            } else if (!name.empty()) {
-                path += '/';
-                path += name;
-                ++levels;
-                if (2 * (list_.size() + 1) > byPath_.size()) {
-                    grow();
-                }
-                const size_t slot = pathSlot(path);
-                const bool fresh = byPath_[slot] == 0;
-                if (fresh) {
-                    // Numbered in 32 bits: every path takes tens of input bytes, so 2^32 of them would
-                    // take far more input than memory holds.
-                    list_.push_back({store(path), static_cast<uint32_t>(path.size()), e});
-                    byPath_[slot] = static_cast<uint32_t>(list_.size());
-                }
-                Path& at = list_[byPath_[slot] - 1];
-                if (!fresh && localName(n) != "AR-PACKAGE") {
-                    report_.duplicate(place(e), "the path is defined again (first at " + at.element.input->name() + ":" +
-                                                    std::to_string(at.element.input->line(at.element.node)) +
-                                                    "); the later definition is used");
-                    at.element = e;
-                }
-            }
-            const auto listed = refusedAt <= open.size() ? kinds_.end() : kinds_.find(localName(n));
-            if (listed != kinds_.end()) {
-                listed->second.push_back(e);
-            }
-            pugi::xml_node next = n.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
-            // Done with n and its children: up until a sibling follows.
-            while (!next && n) {
-                path.resize(open.back().pathLength);
-                levels = open.back().levels;
-                if (refusedAt == open.size()) {
-                    refusedAt = SIZE_MAX;
-                }
-                open.pop_back();
-                if (n == root) {
-                    n = pugi::xml_node();
-                    break;
-                }
-                for (next = n.next_sibling(); next && next.type() != pugi::node_element; next = next.next_sibling()) {
-                }
-                if (!next) {
-                    n = n.parent();
-                }
-            }
-            if (next) {
-                n = next;
-            }
-        }
+        walk(input);
     }
     // Paths asked for while the index grew may have been answered by an ancestor's.
     std::fill(recent_.begin(), recent_.end(), Recent{});
+}
+
+void PathIndex::walk(const XmlInput* input)
+{
+    // Depth first without recursion (a hostile file may nest far deeper than the stack takes), one
+    // path string grown and cut back on the way, so that no element costs a copy of its path.
+    struct Open {
+        size_t pathLength, levels;
+    };
+    std::vector<Open> open;
+    std::string path;
+    size_t levels = 0;
+    size_t refusedAt = SIZE_MAX;  // depth of an element refused: nothing below it is indexed
+    const pugi::xml_node root = input->root();
+    pugi::xml_node n = root;
+    while (n) {
+        open.push_back({path.size(), levels});
+        const Element e{input, n};
+        if (refusedAt >= open.size() && !enter(e, path, levels)) {
+            refusedAt = open.size();
+        }
+        const auto listed = refusedAt <= open.size() ? kinds_.end() : kinds_.find(localName(n));
+        if (listed != kinds_.end()) {
+            listed->second.push_back(e);
+        }
+        pugi::xml_node next = n.find_child([](pugi::xml_node c) { return c.type() == pugi::node_element; });
+        // Done with n and its children: up until a sibling follows.
+        while (!next && n) {
+            path.resize(open.back().pathLength);
+            levels = open.back().levels;
+            if (refusedAt == open.size()) {
+                refusedAt = SIZE_MAX;
+            }
+            open.pop_back();
+            if (n == root) {
+                n = pugi::xml_node();
+                break;
+            }
+            for (next = n.next_sibling(); next && next.type() != pugi::node_element; next = next.next_sibling()) {
+            }
+            if (!next) {
+                n = n.parent();
+            }
+        }
+        if (next) {
+            n = next;
+        }
+    }
+}
+
+bool PathIndex::enter(const Element& e, std::string& path, size_t& levels)
+{
+    const std::string_view name = shortNameView(e.node);
+    if (name.empty()) {
+        return true;
+    }
+    if (pathBytes_ + path.size() + 1 + name.size() > pathBudget_) {
+        if (!overBudget_) {
+            report_.skipped(place(e), "the element paths grow past twice the size of the description; "
+                                      "neither this element nor any later one is indexed");
+            overBudget_ = true;
+        }
+        return false;
+    }
+    if (name.size() > kMaxShortName || levels == kMaxPathLevels) {
+        report_.skipped(place(e), name.size() > kMaxShortName
+                                      ? "SHORT-NAME of " + std::to_string(name.size()) + " characters (more than " +
+                                            std::to_string(kMaxShortName) + "); neither it nor what it holds is indexed"
+                                      : "short names nest deeper than " + std::to_string(kMaxPathLevels) +
+                                            " levels; neither this element nor what it holds is indexed");
+        return false;
+    }
+    path += '/';
+    path += name;
+    ++levels;
+    add(e, path);
+    return true;
+}
+
+void PathIndex::add(const Element& e, const std::string& path)
+{
+    if (2 * (list_.size() + 1) > byPath_.size()) {
+        grow();
+    }
+    const size_t slot = pathSlot(path);
+    const bool fresh = byPath_[slot] == 0;
+    if (fresh) {
+        // Numbered in 32 bits: every path takes tens of input bytes, so 2^32 of them would take far
+        // more input than memory holds.
+        list_.push_back({store(path), static_cast<uint32_t>(path.size()), e});
+        byPath_[slot] = static_cast<uint32_t>(list_.size());
+    }
+    Path& at = list_[byPath_[slot] - 1];
+    if (!fresh && localName(e.node) != "AR-PACKAGE") {
+        report_.duplicate(place(e), "the path is defined again (first at " + at.element.input->name() + ":" +
+                                        std::to_string(at.element.input->line(at.element.node)) +
+                                        "); the later definition is used");
+        at.element = e;
+    }
 }
 
 uint32_t PathIndex::store(std::string_view path)

@@ -85,6 +85,10 @@ private:
         return std::string_view(blocks_[p.begin / kBlock].get() + p.begin % kBlock, p.length);
     }
     uint32_t store(std::string_view path);
+    // Indexing one input: the walk, an element entered (false: refused, with what it holds), a path added.
+    void walk(const XmlInput* input);
+    bool enter(const Element& e, std::string& path, size_t& levels);
+    void add(const Element& e, const std::string& path);
     // The slot of the path's number, or the free slot where it would go.
     size_t pathSlot(std::string_view path) const;
     void grow();
@@ -93,6 +97,8 @@ private:
     std::vector<std::unique_ptr<char[]>> blocks_;
     size_t used_ = 0;       // in the last block
     size_t pathBytes_ = 0;  // in all
+    size_t pathBudget_ = 0;
+    bool overBudget_ = false;
     std::deque<Path> list_;
     std::vector<uint32_t> byPath_;  // a path's number + 1; 0: free
     mutable std::string spelled_;   // pathOf's scratch

@@ -218,6 +218,19 @@ bool TypeWriter::named(const Element& type, const Use& use, int depth, FormatBui
         out.shared = false;
         return scalar(type, use, depth, out.type);
     }
+    const SharedType& shared = define(type, use, depth, path);
+    if (shared.name.empty()) {
+        return false;
+    }
+    out.shared = true;
+    out.type = shared.name;
+    return true;
+}
+
+// A named type written once under its key (however often used), and the name it was given (empty when
+// it could not be written).
+const TypeWriter::SharedType& TypeWriter::define(const Element& type, const Use& use, int depth, std::string_view path)
+{
     // An override of a member inside makes the type the root's own; which types hold one shows only
     // once they are written, so under such a root a type is written before it is looked up.
     std::string plain(path);
@@ -253,12 +266,7 @@ bool TypeWriter::named(const Element& type, const Use& use, int depth, FormatBui
     } else if (known->second.overridden) {
         ++overridesApplied_;  // the enclosing type holds an override too
     }
-    if (known->second.name.empty()) {
-        return false;
-    }
-    out.shared = true;
-    out.type = known->second.name;
-    return true;
+    return known->second;
 }
 
 // The type a TYPE_REFERENCE names: TYPE-REFERENCE-REF (directly or in TYPE-REFERENCE) in the C++
@@ -284,6 +292,17 @@ std::vector<Element> TypeWriter::templateArguments(const Element& type) const
     return args;
 }
 
+std::vector<Element> TypeWriter::subElements(const Element& type) const
+{
+    std::vector<Element> list;
+    for (pugi::xml_node c = child(type.node, "SUB-ELEMENTS").first_child(); c; c = c.next_sibling()) {
+        if (c.type() == pugi::node_element) {
+            list.push_back({type.input, c});
+        }
+    }
+    return list;
+}
+
 // What a type (named, or a member that describes its own) is, by its category, without a name.
 bool TypeWriter::body(const Element& type, const Use& use, int depth, Json::Value& out)
 {
@@ -293,47 +312,10 @@ bool TypeWriter::body(const Element& type, const Use& use, int depth, Json::Valu
     const std::string category = childText(type.node, "CATEGORY");
     out = Json::Value(Json::objectValue);
     if (category == "VALUE" || category == "TYPE_REFERENCE") {
-        std::string basic;
-        if (!scalar(type, use, depth, basic)) {
-            return false;
-        }
-        out["ParamType"] = basic;
-        const pugi::xml_node method = definitionProperty(type.node, "COMPU-METHOD-REF");
-        if (!method) {
-            return true;
-        }
-        const Element m = index_.resolve({type.input, method});
-        return m && compu(m, basic, out);
+        return value(type, use, depth, out);
     }
     if (category == "STRUCTURE") {
-        std::vector<Element> list;
-        for (pugi::xml_node c = child(type.node, "SUB-ELEMENTS").first_child(); c; c = c.next_sibling()) {
-            if (c.type() == pugi::node_element) {
-                list.push_back({type.input, c});
-            }
-        }
-        out["ParamType"] = "STRUCTURE";
-        if (!members(list, use, depth, out["SubParams"])) {
-            return false;
-        }
-        bool tlv = false, optional = false;
-        size_t withId = 0;
-        for (const Json::Value& p : out["SubParams"]) {
-            withId += p.isMember("DataId") ? 1 : 0;
-            optional = optional || p.isMember("Optional");
-        }
-        tlv = withId != 0;
-        if (tlv && withId != out["SubParams"].size()) {
-            return fail(type, "only some members of the structure have TLV data IDs");
-        }
-        if (optional && !tlv) {
-            return fail(type, "the structure has optional members but no TLV data IDs, without which the wire cannot "
-                              "tell a member's absence");
-        }
-        if (tlv) {
-            out["Tlv"] = true;
-        }
-        return true;
+        return structure(type, use, depth, out);
     }
     if (category == "STRING") {
         out["ParamType"] = "STRING";
@@ -343,49 +325,96 @@ bool TypeWriter::body(const Element& type, const Use& use, int depth, Json::Valu
         return array(type, use, depth, out);
     }
     if (category == "UNION" || category == "VARIANT") {
-        std::vector<Element> list = templateArguments(type);
-        if (list.empty()) {
-            for (pugi::xml_node c = child(type.node, "SUB-ELEMENTS").first_child(); c; c = c.next_sibling()) {
-                if (c.type() == pugi::node_element) {
-                    list.push_back({type.input, c});
-                }
-            }
-        }
-        if (list.empty()) {
-            return fail(type, "the union has no members");
-        }
-        out["ParamType"] = "UNION";
-        if (!members(list, use, depth, out["SubParams"])) {
-            return false;
-        }
-        for (Json::ArrayIndex i = 0; i < out["SubParams"].size(); ++i) {
-            out["SubParams"][i]["Selector"] = i + 1;
-        }
-        return true;
+        return variant(type, use, depth, out);
     }
     if (category == "ASSOCIATIVE_MAP") {
-        const std::vector<Element> args = templateArguments(type);
-        if (args.size() != 2) {
-            return fail(type, "the map has " + std::to_string(args.size()) + " template arguments, not a key and a value");
-        }
-        // On the wire a map is a sequence of key and value pairs, without a length field of their own.
-        Json::Value entry(Json::objectValue);
-        entry["ParamName"] = "entry";
-        entry["ParamType"] = "STRUCTURE";
-        entry["Attribute"]["StructLengthFieldSize"] = "0";
-        for (size_t i = 0; i < 2; ++i) {
-            Json::Value p;
-            if (!member(args[i], use, depth + 1, p)) {
-                return false;
-            }
-            p["ParamName"] = i == 0 ? "key" : "value";
-            entry["SubParams"].append(std::move(p));
-        }
-        out["ParamType"] = "VECTOR";
-        out["SubParams"].append(std::move(entry));
-        return true;
+        return map(type, use, depth, out);
     }
     return fail(type, "category \"" + category + "\" is not a data type the format can describe");
+}
+
+bool TypeWriter::value(const Element& type, const Use& use, int depth, Json::Value& out)
+{
+    std::string basic;
+    if (!scalar(type, use, depth, basic)) {
+        return false;
+    }
+    out["ParamType"] = basic;
+    const pugi::xml_node method = definitionProperty(type.node, "COMPU-METHOD-REF");
+    if (!method) {
+        return true;
+    }
+    const Element m = index_.resolve({type.input, method});
+    return m && compu(m, basic, out);
+}
+
+bool TypeWriter::structure(const Element& type, const Use& use, int depth, Json::Value& out)
+{
+    out["ParamType"] = "STRUCTURE";
+    if (!members(subElements(type), use, depth, out["SubParams"])) {
+        return false;
+    }
+    bool optional = false;
+    size_t withId = 0;
+    for (const Json::Value& p : out["SubParams"]) {
+        withId += p.isMember("DataId") ? 1 : 0;
+        optional = optional || p.isMember("Optional");
+    }
+    const bool tlv = withId != 0;
+    if (tlv && withId != out["SubParams"].size()) {
+        return fail(type, "only some members of the structure have TLV data IDs");
+    }
+    if (optional && !tlv) {
+        return fail(type, "the structure has optional members but no TLV data IDs, without which the wire cannot "
+                          "tell a member's absence");
+    }
+    if (tlv) {
+        out["Tlv"] = true;
+    }
+    return true;
+}
+
+bool TypeWriter::variant(const Element& type, const Use& use, int depth, Json::Value& out)
+{
+    std::vector<Element> list = templateArguments(type);
+    if (list.empty()) {
+        list = subElements(type);
+    }
+    if (list.empty()) {
+        return fail(type, "the union has no members");
+    }
+    out["ParamType"] = "UNION";
+    if (!members(list, use, depth, out["SubParams"])) {
+        return false;
+    }
+    for (Json::ArrayIndex i = 0; i < out["SubParams"].size(); ++i) {
+        out["SubParams"][i]["Selector"] = i + 1;
+    }
+    return true;
+}
+
+bool TypeWriter::map(const Element& type, const Use& use, int depth, Json::Value& out)
+{
+    const std::vector<Element> args = templateArguments(type);
+    if (args.size() != 2) {
+        return fail(type, "the map has " + std::to_string(args.size()) + " template arguments, not a key and a value");
+    }
+    // On the wire a map is a sequence of key and value pairs, without a length field of their own.
+    Json::Value entry(Json::objectValue);
+    entry["ParamName"] = "entry";
+    entry["ParamType"] = "STRUCTURE";
+    entry["Attribute"]["StructLengthFieldSize"] = "0";
+    for (size_t i = 0; i < 2; ++i) {
+        Json::Value p;
+        if (!member(args[i], use, depth + 1, p)) {
+            return false;
+        }
+        p["ParamName"] = i == 0 ? "key" : "value";
+        entry["SubParams"].append(std::move(p));
+    }
+    out["ParamType"] = "VECTOR";
+    out["SubParams"].append(std::move(entry));
+    return true;
 }
 
 bool TypeWriter::members(const std::vector<Element>& list, const Use& use, int depth, Json::Value& out)
@@ -544,6 +573,55 @@ bool TypeWriter::scalar(const Element& type, const Use& use, int depth, std::str
     return true;
 }
 
+namespace {
+
+// The numbers of a COMPU-NUMERATOR or COMPU-DENOMINATOR.
+bool coefficients(pugi::xml_node list, std::vector<double>& out)
+{
+    bool ok = true;
+    forChildren(list, "V", [&](pugi::xml_node v) {
+        double x = 0;
+        ok = ok && parseNumber(text(v), x);
+        out.push_back(x);
+    });
+    return ok;
+}
+
+}  // namespace
+
+// A TEXTTABLE scale: an enumerator of an integer, one value or a range.
+bool TypeWriter::enumerator(pugi::xml_node scale, pugi::xml_node vt, const std::string& basic, Json::Value& out)
+{
+    Json::Value e(Json::objectValue), upper;
+    e["Name"] = text(vt);
+    const bool ok = isInteger(basic) && !text(vt).empty() && readLimit(child(scale, "LOWER-LIMIT"), basic, e["Value"]) &&
+                    (!child(scale, "UPPER-LIMIT") || readLimit(child(scale, "UPPER-LIMIT"), basic, upper));
+    if (ok && !upper.isNull() && upper != e["Value"]) {
+        e["ValueEnd"] = upper;
+    }
+    out.append(std::move(e));
+    return ok;
+}
+
+// A LINEAR scale's coefficients as a factor and an offset.
+bool TypeWriter::rational(const Element& method, pugi::xml_node coeffs, Json::Value& scale)
+{
+    std::vector<double> n, d;
+    const bool read = coefficients(child(coeffs, "COMPU-NUMERATOR"), n) && coefficients(child(coeffs, "COMPU-DENOMINATOR"), d);
+    const double denominator = d.empty() ? 1 : d[0];
+    if (!read || n.size() != 2 || d.size() > 1 || n[1] == 0 || denominator == 0) {
+        return false;
+    }
+    scale["Factor"] = n[1] / denominator;
+    scale["Offset"] = n[0] / denominator;
+    // fma gives quotient * denominator - numerator unrounded: zero only for exact quotients.
+    if (std::fma(n[1] / denominator, denominator, -n[1]) != 0 || std::fma(n[0] / denominator, denominator, -n[0]) != 0) {
+        report_.approximated(index_.place(method), "the scaling's quotient is not exact in binary; "
+                                                   "written as the nearest factor and offset");
+    }
+    return true;
+}
+
 // TEXTTABLE scales become enumerators, one LINEAR scale a "Scale"; both together an integer carrying
 // both. Anything else changes how values read, so it is reported and the values are left raw.
 bool TypeWriter::compu(const Element& method, const std::string& basic, Json::Value& out)
@@ -560,38 +638,9 @@ bool TypeWriter::compu(const Element& method, const std::string& basic, Json::Va
             return;
         }
         if (const pugi::xml_node vt = child(child(s, "COMPU-CONST"), "VT")) {
-            Json::Value e(Json::objectValue), upper;
-            e["Name"] = text(vt);
-            ok = isInteger(basic) && !text(vt).empty() && readLimit(child(s, "LOWER-LIMIT"), basic, e["Value"]) &&
-                 (!child(s, "UPPER-LIMIT") || readLimit(child(s, "UPPER-LIMIT"), basic, upper));
-            if (ok && !upper.isNull() && upper != e["Value"]) {
-                e["ValueEnd"] = upper;
-            }
-            enumerators.append(std::move(e));
+            ok = enumerator(s, vt, basic, enumerators);
         } else if (const pugi::xml_node coeffs = child(s, "COMPU-RATIONAL-COEFFS")) {
-            std::vector<double> n, d;
-            forChildren(child(coeffs, "COMPU-NUMERATOR"), "V", [&](pugi::xml_node v) {
-                double x = 0;
-                ok = ok && parseNumber(text(v), x);
-                n.push_back(x);
-            });
-            forChildren(child(coeffs, "COMPU-DENOMINATOR"), "V", [&](pugi::xml_node v) {
-                double x = 0;
-                ok = ok && parseNumber(text(v), x);
-                d.push_back(x);
-            });
-            const double denominator = d.empty() ? 1 : d[0];
-            ok = ok && ++linear == 1 && n.size() == 2 && d.size() <= 1 && n[1] != 0 && denominator != 0;
-            if (ok) {
-                scale["Factor"] = n[1] / denominator;
-                scale["Offset"] = n[0] / denominator;
-                // fma gives quotient * denominator - numerator unrounded: zero only for exact quotients.
-                if (std::fma(n[1] / denominator, denominator, -n[1]) != 0 ||
-                    std::fma(n[0] / denominator, denominator, -n[0]) != 0) {
-                    report_.approximated(index_.place(method), "the scaling's quotient is not exact in binary; "
-                                                                   "written as the nearest factor and offset");
-                }
-            }
+            ok = ++linear == 1 && rational(method, coeffs, scale);
         }
     });
     if (!ok || (enumerators.empty() && scale.isNull())) {

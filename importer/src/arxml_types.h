@@ -66,10 +66,18 @@ private:
     bool member(const Element& element, const Use& use, int depth, Json::Value& out);
     bool members(const std::vector<Element>& list, const Use& use, int depth, Json::Value& out);
     bool array(const Element& type, const Use& use, int depth, Json::Value& out);
+    // body() by category: a number (with its compu method), a structure, a union or variant, a map.
+    bool value(const Element& type, const Use& use, int depth, Json::Value& out);
+    bool structure(const Element& type, const Use& use, int depth, Json::Value& out);
+    bool variant(const Element& type, const Use& use, int depth, Json::Value& out);
+    bool map(const Element& type, const Use& use, int depth, Json::Value& out);
     bool scalar(const Element& type, const Use& use, int depth, std::string& basic);
     bool compu(const Element& method, const std::string& basic, Json::Value& out);
+    bool enumerator(pugi::xml_node scale, pugi::xml_node vt, const std::string& basic, Json::Value& out);
+    bool rational(const Element& method, pugi::xml_node coeffs, Json::Value& scale);
     Element referenced(const Element& type);
     std::vector<Element> templateArguments(const Element& type) const;
+    std::vector<Element> subElements(const Element& type) const;
     bool overrideAttribute(const Element& at, std::string_view path, const Use& use, Json::Value& attribute);
     bool fail(const Element& at, const std::string& reason);
 
@@ -82,6 +90,7 @@ private:
         bool overridden;   // it holds a member's override
     };
     std::map<std::string, SharedType> done_;  // by element path and context
+    const SharedType& define(const Element& type, const Use& use, int depth, std::string_view path);
     size_t overridesApplied_ = 0;
     std::set<const void*> open_;  // types being written: met again, they form a cycle
 };

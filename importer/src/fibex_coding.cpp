@@ -260,6 +260,78 @@ bool enumeratorsFit(const Json::Value& enumerators, const std::string& paramType
     return true;
 }
 
+namespace {
+
+// The basic type of a coded number: its encoding (given, or told by its base data type) and width.
+// False, with the reason, for what the format has no type for.
+bool numberType(pugi::xml_node ct, const std::string& base, std::optional<uint64_t> bits, std::string& encoding,
+                FibexCoding& c)
+{
+    encoding = codedProperty(ct, "ENCODING");
+    if (encoding.empty()) {
+        encoding = base.rfind("A_UINT", 0) == 0 || base == "A_BITFIELD" ? "UNSIGNED"
+                   : base.rfind("A_INT", 0) == 0                       ? "SIGNED"
+                   : base.rfind("A_FLOAT", 0) == 0                     ? "IEEE-FLOATING-TYPE"
+                   : base == "A_BOOLEAN"                               ? "BOOLEAN"
+                                                                       : "";
+    }
+    const unsigned width = bits ? static_cast<unsigned>(*bits) : 0;
+    const bool byteSized = width == 8 || width == 16 || width == 32 || width == 64;
+    if (encoding == "UNSIGNED" || encoding == "SIGNED" || encoding == "2C") {
+        if (!byteSized) {
+            c.reason = "a " + std::to_string(width) + "-bit integer (the format has 8, 16, 32 and 64 bits)";
+            return false;
+        }
+        c.paramType = (encoding == "UNSIGNED" ? "uint" : "int") + std::to_string(width) + "_t";
+    } else if (encoding == "IEEE-FLOATING-TYPE" && (width == 32 || width == 64)) {
+        c.paramType = width == 32 ? "float" : "double";
+    } else if (encoding == "BOOLEAN" && (width == 8 || !bits)) {
+        c.paramType = "bool";
+    } else {
+        c.reason = "a coded type of base \"" + base + "\", encoding \"" + encoding + "\" and " + std::to_string(width) +
+                   " bits (the format has byte-sized integers, floats and bool)";
+        return false;
+    }
+    return true;
+}
+
+// What the compu method makes of a number: bit names, a scale or named values; what the format cannot
+// state is left out and said.
+void conversion(pugi::xml_node compu, const std::string& base, const std::string& encoding, unsigned width,
+                const std::function<std::string(const std::string&)>& unit, FibexCoding& c)
+{
+    const std::string method = childText(compu, "CATEGORY");
+    const bool integer = c.paramType.find("int") != std::string::npos;
+    if (base == "A_BITFIELD" || method == "BITFIELD-TEXTTABLE") {
+        if (encoding != "UNSIGNED") {
+            c.kind = FibexCoding::Unsupported;
+            c.reason = "a bit field that is not unsigned";
+            return;
+        }
+        c.kind = FibexCoding::Bitfield;
+        bitNames(compu, width, c);
+    } else if (method == "LINEAR") {
+        std::string why;
+        if (linearScale(compu, c.scale, why)) {
+            const std::string u = unit(attribute(child(compu, "UNIT-REF"), "ID-REF"));
+            if (!u.empty()) {
+                c.scale["Unit"] = u;
+            }
+        } else {
+            c.approximation = why + " is left out: the value is written raw";
+        }
+    } else if (method == "TEXTTABLE" && integer) {
+        if (!textTable(compu, c.enumerators) || !enumeratorsFit(c.enumerators, c.paramType)) {
+            c.enumerators = Json::Value();
+            c.approximation = "named values are left out: one has no name, no integer value or one beyond " + c.paramType;
+        }
+    } else if (!method.empty() && method != "IDENTICAL") {
+        c.approximation = "the " + method + " conversion is left out (the format states linear scalings and named values): the value is written raw";
+    }
+}
+
+}  // namespace
+
 FibexCoding readFibexCoding(pugi::xml_node coding, std::optional<uint64_t> bitLength,
                             const std::function<std::string(const std::string&)>& unit)
 {
@@ -283,61 +355,13 @@ FibexCoding readFibexCoding(pugi::xml_node coding, std::optional<uint64_t> bitLe
     if (!bits && baseWidth(base) != 0) {
         bits = baseWidth(base);
     }
-    const pugi::xml_node compu = child(child(coding, "COMPU-METHODS"), "COMPU-METHOD");
-    const std::string method = childText(compu, "CATEGORY");
-    std::string encoding = codedProperty(ct, "ENCODING");
-    if (encoding.empty()) {
-        encoding = base.rfind("A_UINT", 0) == 0 || base == "A_BITFIELD" ? "UNSIGNED"
-                   : base.rfind("A_INT", 0) == 0                       ? "SIGNED"
-                   : base.rfind("A_FLOAT", 0) == 0                     ? "IEEE-FLOATING-TYPE"
-                   : base == "A_BOOLEAN"                               ? "BOOLEAN"
-                                                                       : "";
-    }
-    const unsigned width = bits ? static_cast<unsigned>(*bits) : 0;
-    const bool byteSized = width == 8 || width == 16 || width == 32 || width == 64;
-    if (encoding == "UNSIGNED" || encoding == "SIGNED" || encoding == "2C") {
-        if (!byteSized) {
-            c.reason = "a " + std::to_string(width) + "-bit integer (the format has 8, 16, 32 and 64 bits)";
-            return c;
-        }
-        c.paramType = (encoding == "UNSIGNED" ? "uint" : "int") + std::to_string(width) + "_t";
-    } else if (encoding == "IEEE-FLOATING-TYPE" && (width == 32 || width == 64)) {
-        c.paramType = width == 32 ? "float" : "double";
-    } else if (encoding == "BOOLEAN" && (width == 8 || !bits)) {
-        c.paramType = "bool";
-    } else {
-        c.reason = "a coded type of base \"" + base + "\", encoding \"" + encoding + "\" and " + std::to_string(width) +
-                   " bits (the format has byte-sized integers, floats and bool)";
+    std::string encoding;
+    if (!numberType(ct, base, bits, encoding, c)) {
         return c;
     }
     c.kind = FibexCoding::Number;
-    const bool integer = c.paramType.find("int") != std::string::npos;
-    if (base == "A_BITFIELD" || method == "BITFIELD-TEXTTABLE") {
-        if (encoding != "UNSIGNED") {
-            c.kind = FibexCoding::Unsupported;
-            c.reason = "a bit field that is not unsigned";
-            return c;
-        }
-        c.kind = FibexCoding::Bitfield;
-        bitNames(compu, width, c);
-    } else if (method == "LINEAR") {
-        std::string why;
-        if (linearScale(compu, c.scale, why)) {
-            const std::string u = unit(attribute(child(compu, "UNIT-REF"), "ID-REF"));
-            if (!u.empty()) {
-                c.scale["Unit"] = u;
-            }
-        } else {
-            c.approximation = why + " is left out: the value is written raw";
-        }
-    } else if (method == "TEXTTABLE" && integer) {
-        if (!textTable(compu, c.enumerators) || !enumeratorsFit(c.enumerators, c.paramType)) {
-            c.enumerators = Json::Value();
-            c.approximation = "named values are left out: one has no name, no integer value or one beyond " + c.paramType;
-        }
-    } else if (!method.empty() && method != "IDENTICAL") {
-        c.approximation = "the " + method + " conversion is left out (the format states linear scalings and named values): the value is written raw";
-    }
+    conversion(child(child(coding, "COMPU-METHODS"), "COMPU-METHOD"), base, encoding,
+               bits ? static_cast<unsigned>(*bits) : 0, unit, c);
     return c;
 }
 
