@@ -42,14 +42,27 @@ inline Bytes field(uint32_t size, uint64_t value, uint32_t order)
     return out;
 }
 
-// Every length field `lfs` bytes wide. Records spelled out in braces list, in this order, the length field
-// sizes of arrays, vectors, structs, strings and unions, the alignment, the byte order, the selector size
-// and the string encoding.
-inline ZQSomeIPExtendAttr attr(uint32_t order, uint32_t alignment = 1, uint32_t lfs = 4, uint32_t utf = 0,
-                               uint32_t type_size = 4)
-{
-    return {lfs, lfs, lfs, lfs, lfs, alignment, order, type_size, utf};
-}
+// Attributes spelled by name, from big endian, no alignment, 4-byte length and selector fields and
+// UTF-8: Attr().little().align(8).lengths(2).utf16().selector(1).
+struct Attr {
+    ZQSomeIPExtendAttr a{4, 4, 4, 4, 4, 1, ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN, 4, ZQ_SOMEIP_PAYLOAD_STRING_UTF8};
+
+    Attr& order(uint32_t byte_order) { a.byte_order = byte_order; return *this; }  // 0 big, 1 little endian
+    Attr& little() { return order(ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN); }
+    Attr& align(uint32_t bytes) { a.alignment = bytes; return *this; }
+    // Every length field (arrays, vectors, structs, strings, unions).
+    Attr& lengths(uint32_t bytes)
+    {
+        a.array_length_field_size = a.vector_length_field_size = a.struct_length_field_size = bytes;
+        a.string_length_field_size = a.union_length_field_size = bytes;
+        return *this;
+    }
+    Attr& arrayLength(uint32_t bytes) { a.array_length_field_size = bytes; return *this; }
+    Attr& structLength(uint32_t bytes) { a.struct_length_field_size = bytes; return *this; }
+    Attr& selector(uint32_t bytes) { a.union_type_field_size = bytes; return *this; }
+    Attr& utf16(bool on = true) { a.string_utf = on ? ZQ_SOMEIP_PAYLOAD_STRING_UTF16 : ZQ_SOMEIP_PAYLOAD_STRING_UTF8; return *this; }
+    operator ZQSomeIPExtendAttr() const { return a; }
+};
 
 // Routes the error lines into `errors` instead of standard output while a test runs.
 class EngineTest : public ::testing::Test {

@@ -7,15 +7,16 @@
 #include "Inner/Inner_someipDeserializer.h"
 #include "Inner/Inner_someipSerializer.h"
 #include "conv_test_support.h"
+#include "engine_test_support.h"
 
 using namespace convtest;
 
 namespace {
 
-// A fresh record is little endian with 4-byte length fields; "bare" structs and arrays have none. Braces list
-// the length field sizes of arrays, vectors, structs, strings and unions, the alignment and the byte order.
-const ZQSomeIPExtendAttr kLittle, kBig{4, 4, 4, 4, 4, 1, ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN},
-    kBigBare{0, 4, 0, 4, 4, 1, ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN};
+using enginetest::Attr;
+
+// A fresh record is little endian with 4-byte length fields; "bare" structs and arrays have none.
+const ZQSomeIPExtendAttr kLittle, kBig = Attr(), kBigBare = Attr().arrayLength(0).structLength(0);
 
 struct Case {
     ZQSomeIPExtendAttr attr;

@@ -100,8 +100,9 @@ protected:
 using ReaderCore = ReaderTest;
 using ReaderContainers = ReaderTest;
 
-const ZQSomeIPExtendAttr le = attr(1), nolen = attr(0, 1, 0), a4 = attr(0, 4), a8 = attr(0, 8), a4len1 = attr(0, 4, 1);
-const ZQSomeIPExtendAttr u16be = attr(0, 1, 4, 1), u16le = attr(1, 1, 4, 1), le2 = attr(1, 1, 2);
+const ZQSomeIPExtendAttr le = Attr().little(), nolen = Attr().lengths(0), a4 = Attr().align(4), a8 = Attr().align(8);
+const ZQSomeIPExtendAttr a4len1 = Attr().align(4).lengths(1), le2 = Attr().little().lengths(2);
+const ZQSomeIPExtendAttr u16be = Attr().utf16(), u16le = Attr().little().utf16();
 const char *const kNoMark = "string bom is not utf8", *const kNotBE = "string bom is not UTF16BE";
 
 TEST_F(ReaderCore, ValuesAndStrings)

@@ -141,7 +141,12 @@ TEST_F(RoundTripEngines, NestedScenarioInEveryCombination)
     // Bits 0-1 of i: length field size 0, 1, 2 or 4; 2: byte order; 3-4: alignment 1 to 8; 5: UTF-16;
     // 6-7: selector size 0, 1, 2 or 4.
     for (uint32_t i = 0; i < 256 && !HasFailure(); ++i) {
-        const auto a = attr(i / 4 % 2, 1u << (i / 8 % 4), (1u << i % 4) >> 1, i / 32 % 2, (1u << i / 64) >> 1);
+        const ZQSomeIPExtendAttr a = Attr()
+                                         .order(i / 4 % 2)
+                                         .align(1u << (i / 8 % 4))
+                                         .lengths((1u << i % 4) >> 1)
+                                         .utf16(i / 32 % 2)
+                                         .selector((1u << i / 64) >> 1);
         SCOPED_TRACE("combination " + std::to_string(i));
         replay(kScenario, written(kScenario, a), a, Verify);
     }
@@ -151,13 +156,13 @@ TEST_F(RoundTripEngines, NestedScenarioInEveryCombination)
 TEST_F(RoundTripEngines, WireExamples)
 {
     const std::tuple<std::vector<Item>, ZQSomeIPExtendAttr, const char*> cases[] = {
-        {{{Str, 1, 0, "Hi"}}, attr(0), "00 00 00 06 | EF BB BF 48 69 00"},
-        {{{Str, 1, 0, "Hi"}}, attr(0, 1, 4, 1), "00 00 00 08 | FE FF 00 48 00 69 00 00"},
-        {{{Str, 1, 0, "Hi"}}, attr(1, 1, 4, 1), "08 00 00 00 | FF FE 48 00 69 00 00 00"},
-        {{{Str, 1, 0, "\xF0\x9F\x98\x80"}}, attr(0, 1, 4, 1), "00 00 00 08 | FE FF D8 3D DE 00 00 00"},
-        {{{Str, 1, 0, ""}}, attr(0), "00 00 00 04 | EF BB BF 00"},
+        {{{Str, 1, 0, "Hi"}}, Attr(), "00 00 00 06 | EF BB BF 48 69 00"},
+        {{{Str, 1, 0, "Hi"}}, Attr().utf16(), "00 00 00 08 | FE FF 00 48 00 69 00 00"},
+        {{{Str, 1, 0, "Hi"}}, Attr().little().utf16(), "08 00 00 00 | FF FE 48 00 69 00 00 00"},
+        {{{Str, 1, 0, "\xF0\x9F\x98\x80"}}, Attr().utf16(), "00 00 00 08 | FE FF D8 3D DE 00 00 00"},
+        {{{Str, 1, 0, ""}}, Attr(), "00 00 00 04 | EF BB BF 00"},
         // A union member is written directly, then zeros up to the alignment counted from the length field.
-        {{{Union, 2}, {U16, 0x1234}, {End}, {U8, 0xAB}}, attr(0, 8),
+        {{{Union, 2}, {U16, 0x1234}, {End}, {U8, 0xAB}}, Attr().align(8),
          "00 00 00 08 | 00 00 00 02 | 12 34 | 00 00 00 00 00 00 | AB"},
     };
     for (const auto& [items, a, bytes] : cases) {
@@ -173,8 +178,9 @@ TEST_F(RoundTripEngines, WireExamples)
 TEST_F(ReaderRobustness, PrefixesAndMutations)
 {
     std::mt19937 rng(2024);
-    const ZQSomeIPExtendAttr records[] = {attr(0, 8, 4, 1), attr(1, 4, 1, 0, 1), attr(0, 4, 0, 1, 2),
-                                          attr(1, 2, 2, 0, 0), attr(1, 1, 4)};
+    const ZQSomeIPExtendAttr records[] = {Attr().align(8).utf16(), Attr().little().align(4).lengths(1).selector(1),
+                                          Attr().align(4).lengths(0).utf16().selector(2),
+                                          Attr().little().align(2).lengths(2).selector(0), Attr().little()};
     for (const ZQSomeIPExtendAttr& a : records) {
         SCOPED_TRACE("record " + std::to_string(&a - records));
         const Bytes payload = written(kScenario, a);

@@ -47,8 +47,9 @@ TEST_F(WriterWire, BytesCodesAndMessages)
         const char* message = nullptr;
     };
     // `outer`: no struct length field, the rest inherited.
-    const ZQSomeIPExtendAttr le = attr(1), be = attr(0), be4 = attr(0, 4), outer{2, 2, 0, 2, 2, 1, 1};
-    const ZQSomeIPExtendAttr three = attr(0, 1, 3), none = attr(0, 4, 0), sel3 = attr(0, 1, 4, 0, 3);
+    const ZQSomeIPExtendAttr le = Attr().little(), be = Attr(), be4 = Attr().align(4);
+    const ZQSomeIPExtendAttr outer = Attr().little().lengths(2).structLength(0);
+    const ZQSomeIPExtendAttr three = Attr().lengths(3), none = Attr().align(4).lengths(0), sel3 = Attr().selector(3);
     const auto text = [](std::string t, ZQSomeIPExtendAttr a, bool dynamic) -> Script {
         return [=](Writer& w) { return w.write(t, &a, dynamic); };
     };
@@ -62,7 +63,7 @@ TEST_F(WriterWire, BytesCodesAndMessages)
          " | 00 00 C0 3F | 00 00 00 00 00 00 04 C0 | 45 | 45 23 | 45 23 01 00"},
         {"explicit record wins", be, [&](Writer& w) { return all({w.write(1u), w.write(1u, &le)}); },
          "00 00 00 01 | 01 00 00 00"},
-        {"union member ending on the alignment", attr(0, 8), [](Writer& w) {
+        {"union member ending on the alignment", Attr().align(8), [](Writer& w) {
              return all({w.union_data_begin(nullptr, 1), w.write(0x0102030405060708ul), w.data_end()}); },
          "00 00 00 08 | 00 00 00 01 | 01 02 03 04 05 06 07 08"},
         {"string and array block in unions", be4, [](Writer& w) {  // no 0xFF before the block: its frame is in a union
@@ -91,17 +92,17 @@ TEST_F(WriterWire, BytesCodesAndMessages)
         {"inherited attributes, struct without length field", be, [&](Writer& w) { return all({
              w.struct_data_begin(&outer), w.vector_data_begin(), w.write(u16(0x0102)), w.data_end(), w.data_end()}); },
          "02 00 | 02 01"},
-        {"top level strings: fixed defaults; in a frame: the writer's", attr(0, 8, 2, 1),
+        {"top level strings: fixed defaults; in a frame: the writer's", Attr().align(8).lengths(2).utf16(),
          [](Writer& w) { return all({w.write(std::string("A")), w.struct_data_begin(), w.write(std::string("A")), w.data_end()}); },
          "00 00 00 05 EF BB BF 41 00 | 00 08 | 00 06 FE FF 00 41 00 00"},
-        {"length cut to its width", attr(0, 1, 1), [](Writer& w) { return all({w.struct_data_begin(),
+        {"length cut to its width", Attr().lengths(1), [](Writer& w) { return all({w.struct_data_begin(),
              w.write(Bytes(257, 0xAA)), w.data_end(), w.tlv_data_begin(nullptr, 1)}); }, nullptr},
         // Strings; "Hi", U+1F600 big endian and "" are pinned, both ways, in the engine round-trip tests, and
         // the UTF-16 forms in both orders against the standard converter below.
-        {"no length field", be, text("Hi", attr(0, 1, 0), false), "EF BB BF 48 69 00"},
-        {"a second mark", be, text("\xEF\xBB\xBFHi", attr(1, 1, 2), false), "09 00 | EF BB BF EF BB BF 48 69 00"},
-        {"mark as text", be, text("\xEF\xBB\xBF", attr(0, 1, 0, 1), false), "FE FF FE FF 00 00"},
-        {"UTF-8 is not validated", be, text("\xFF", attr(0, 1, 1), false), "05 | EF BB BF FF 00"},
+        {"no length field", be, text("Hi", Attr().lengths(0), false), "EF BB BF 48 69 00"},
+        {"a second mark", be, text("\xEF\xBB\xBFHi", Attr().little().lengths(2), false), "09 00 | EF BB BF EF BB BF 48 69 00"},
+        {"mark as text", be, text("\xEF\xBB\xBF", Attr().lengths(0).utf16(), false), "FE FF FE FF 00 00"},
+        {"UTF-8 is not validated", be, text("\xFF", Attr().lengths(1), false), "05 | EF BB BF FF 00"},
         // Failures.
         {"enum size 3", be, [](Writer& w) { return w.write_enum(5, 3); }, "", 1, 1, 2, "enum size:[3] error"},
         {"empty block", be, [](Writer& w) { return w.write(Bytes{}); }, "", 2, 2, 2, nothing},
@@ -138,7 +139,7 @@ TEST_F(WriterWire, LengthAndSelectorFieldsOf0124BytesInBothOrders)
         const int kind = i % 4;
         const uint32_t size = i / 8 == 3 ? 4 : i / 8, order = i / 4 % 2;
         SCOPED_TRACE(std::to_string(kind) + "/" + std::to_string(size) + "/" + std::to_string(order));
-        const ZQSomeIPExtendAttr a = attr(order, 1, size, 0, size);
+        const ZQSomeIPExtendAttr a = Attr().order(order).lengths(size).selector(size);
         Writer w(&a);
         const uint32_t begun = kind == 0 ? w.array_data_begin() : kind == 1 ? w.struct_data_begin()
                              : kind == 2 ? w.vector_data_begin() : w.union_data_begin(nullptr, 0x0A);
@@ -161,7 +162,7 @@ TEST_F(WriterWire, Utf16MatchesTheStandardConverter)
         for (u8 b : pool) texts.push_back(texts[i] + char(b));
     for (uint32_t v = 0; v < 0x10000; ++v) texts.push_back(v < 0x100 ? std::string(1, char(v)) : std::string{char(v >> 8), char(v)});
     std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> standard;
-    const ZQSomeIPExtendAttr orders[2] = {attr(0, 1, 4, 1), attr(1, 1, 4, 1)};
+    const ZQSomeIPExtendAttr orders[2] = {Attr().utf16(), Attr().little().utf16()};
     Writer w;
     size_t mismatches = 0;
     for (size_t i = 0; i < 2 * texts.size(); ++i) {
