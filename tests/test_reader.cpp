@@ -177,7 +177,7 @@ TEST_F(ReaderCore, BuildingBlocksAndLoading)
     EXPECT_EQ(r.read(nullptr, &size) + r.read(&data, nullptr), 2u);
     EXPECT_EQ(r.read(static_cast<uint8_t*>(nullptr), 1), 1u);
     // No string frame is ever opened, yet its length field size is known by kind.
-    const ZQSomeIPInternalAttr frame{ZQ_SOMEIP_CONTAINER_STRING, {4, 4, 4, 2}};
+    const ZQSomeIPInternalAttr frame{ZQ_SOMEIP_CONTAINER_STRING, Attr().stringLength(2)};
     EXPECT_EQ(r.get_length_field_size(&frame) + r.get_length_field_size(nullptr), 2u);
     EXPECT_EQ(r.from_buffer(Bytes{}), 0u);  // an empty vector moved in is accepted
     EXPECT_TRUE(r.is_empty());
@@ -189,9 +189,10 @@ TEST_F(ReaderCore, BuildingBlocksAndLoading)
 
 TEST_F(ReaderContainers, Frames)
 {
-    const ZQSomeIPExtendAttr mixed{1, 2, 4, 2, 2, 1, 0}, odd{3, 4, 4, 4, 4, 1, 0, 3}, vectors{0, 1, 1, 1, 1, 4, 0};
-    // A new frame counts from 0 whatever the record says.
-    const ZQSomeIPExtendAttr inner{2, 2, 2, 2, 2, 1, 1, 4, 0, true, 0, 50};
+    const ZQSomeIPExtendAttr mixed = Attr().lengths(2).arrayLength(1).structLength(4);
+    const ZQSomeIPExtendAttr odd = Attr().arrayLength(3).selector(3), vectors = Attr().align(4).lengths(1).arrayLength(0);
+    ZQSomeIPExtendAttr inner = Attr().little().lengths(2);
+    inner.length_field_read = 50;  // a new frame counts from 0 whatever the record says
     run({
         {"nothing open", nullptr, "", {{End, 2}, {Check, 0}, {Count, 0, 0, "", 0xFFFFFFFF}}},
         {"exactly full struct refuses every read with 3", nullptr, "00 00 00 06 | 00 00 00 01 | 00 02 | 00 03",
