@@ -24,34 +24,24 @@
 
 #include "ZQSomeIPParser.h"
 #include "conv_test_support.h"
+#include "generator_support.h"
 
 using convtest::hex;
 using ZQSomeIP::ZQSomeIPParser;
 
 namespace {
 
+using gen::below;
+using gen::chance;
+using gen::compact;
+using gen::envNumber;
+using gen::pick;
+
 using Rng = std::mt19937;
 using Bytes = std::vector<unsigned char>;
 
-unsigned long envNumber(const char* name, unsigned long fallback)
-{
-    const char* text = getenv(name);
-    return text != nullptr && *text != '\0' ? strtoul(text, nullptr, 0) : fallback;
-}
-
 const unsigned long kSeed = envNumber("SOMEIP_AGREEMENT_SEED", std::random_device{}());
 const size_t kCases = envNumber("SOMEIP_AGREEMENT_CASES", 4000);
-
-size_t below(Rng& rng, size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); }
-bool chance(Rng& rng, size_t percent) { return below(rng, 100) < percent; }
-template <class T> T pick(Rng& rng, std::initializer_list<T> items) { return items.begin()[below(rng, items.size())]; }
-
-std::string compact(const Json::Value& value)
-{
-    static Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 Json::Value first(const Json::Value& list) { return list.isArray() && !list.empty() ? list[0] : Json::Value(); }
 

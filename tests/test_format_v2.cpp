@@ -178,7 +178,6 @@ std::string unionOf(const std::string& keys)
       {"ParamName":"s","ParamType":"STRING","Selector":3}]}])";
 }
 
-// Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
 TEST(FormatV2, Unions)
 {
     const std::string plain = unionOf(""), nullable = unionOf(R"("AllowNull":true,)");
@@ -220,7 +219,6 @@ const char* const kTlvPair = R"([{"ParamName":"n","ParamType":"uint16_t","DataId
 const char* const kTlvList = R"({"Tlv":true})";
 const char* const kHi = R"({"n":4660,"s":"hi"})";
 
-// Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
 TEST(FormatV2, TlvGoldens)
 {
     const Format list{kTlvPair, "{}", kTlvList};
@@ -370,7 +368,6 @@ TEST(FormatV2, Enums)
     });
 }
 
-// Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
 TEST(FormatV2, BitFields)
 {
     const Format f{R"([
@@ -401,7 +398,6 @@ TEST(FormatV2, BitFields)
 
 // ---- strings, vectors, scaling ----------------------------------------------------------------------------
 
-// Disabled until the codec faults listed in the last closing note are fixed (union in TLV, padded unions, bit-field enum objects, empty block strings).
 TEST(FormatV2, StringsAndVectorBounds)
 {
     const Format fixed{R"([{"ParamName":"s","ParamType":"STRING","FixedLength":8},{"ParamName":"n","ParamType":"uint8_t"}])"};

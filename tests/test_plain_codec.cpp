@@ -18,14 +18,17 @@
 #include "ZQSomeIPParser.h"
 #include "compiled/ZQSomeIPFormatSet.h"
 #include "conv_test_support.h"
+#include "generator_support.h"
 
 namespace {
+
+using gen::below;
+using gen::compact;
+using gen::randomText;
 
 using namespace ZQSomeIP;
 using Bytes = std::vector<uint8_t>;
 using Rng = std::mt19937;
-
-size_t below(Rng& rng, size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); }
 
 using FormatDir = convtest::TempDir;
 
@@ -92,16 +95,6 @@ Json::Value attributes(Rng& rng)
     return a;
 }
 
-std::string randomText(Rng& rng)
-{
-    const char* pieces[] = {"a", "Z", " ", "\"", "\\", "\n", "\x01", "é", "日本", "😀", "x"};
-    std::string s;
-    for (size_t n = below(rng, 5); n > 0; --n) {
-        s += pieces[below(rng, std::size(pieces))];
-    }
-    return s;
-}
-
 // A plain value for parameter `p`, kept small enough for 8-bit length fields.
 Json::Value value(Rng& rng, const Json::Value& p)
 {
@@ -127,14 +120,6 @@ Json::Value value(Rng& rng, const Json::Value& p)
         for (size_t i = 0; i < n; ++i) v.append(value(rng, p["SubParams"][0]));
     }
     return v;
-}
-
-std::string compact(const Json::Value& v)
-{
-    Json::StreamWriterBuilder b;
-    b["indentation"] = "";
-    b["precision"] = 17;
-    return Json::writeString(b, v);
 }
 
 // The classic decoder's "Value" text of a plain value, where the two forms must agree.
