@@ -471,19 +471,9 @@ private:
     bool busy_ = false;
 };
 
-} // namespace
-
-PYBIND11_MODULE(someip_parser_vaq, m)
+// The module's parts: formats and their codecs, the importer, captures.
+void defineFormats(py::module_& m)
 {
-    m.doc() = "SOME/IP payloads between their binary form and Python objects, described by format files";
-    m.attr("__version__") = SOMEIP_PARSER_VAQ_VERSION_STRING;
-
-    const py::module_ json = py::module_::import("json");
-    g_loads = py::object(json.attr("loads")).release();
-    g_dumps = py::object(json.attr("dumps")).release();
-    py::exec(kErrorClass, m.attr("__dict__"));
-    g_error = py::object(m.attr("Error")).release();
-
     py::class_<Formats, std::shared_ptr<Formats>>(m, "Formats",
         "Format descriptions loaded once from a file or a directory tree of *.json files. Plain calls share\n"
         "the loaded set between threads; classic calls take turns on one classic API.")
@@ -519,7 +509,10 @@ PYBIND11_MODULE(someip_parser_vaq, m)
              "Classic parameter list with values (JSON text) -> payload bytes")
         .def("method_format", &Formats::methodFormat, "service"_a, "method"_a, "type"_a,
              "The classic parameter list of a message (JSON text)");
+}
 
+void defineImport(py::module_& m)
+{
     m.def("import_descriptions",
           [](std::vector<std::string> paths, std::string_view dialect) {
               ZQSomeIP::ZQSomeIPImportOptions options;
@@ -545,7 +538,10 @@ PYBIND11_MODULE(someip_parser_vaq, m)
           "with Formats.from_text; the report counts what was imported and lists every element skipped,\n"
           "approximated, unresolved or duplicated with its file, line and path. dialect: 'auto' (told by the\n"
           "root element), 'fibex' or 'arxml'. An input that is no description raises Error ('import_failed').");
+}
 
+void defineCapture(py::module_& m)
+{
     py::class_<CaptureIterator>(m, "CaptureIterator")
         .def("__iter__", [](CaptureIterator& it) -> CaptureIterator& { return it; })
         .def("__next__", &CaptureIterator::next)
@@ -566,4 +562,22 @@ PYBIND11_MODULE(someip_parser_vaq, m)
           "the same content as the lines of `someip-json capture`. ports: the UDP/TCP ports carrying SOME/IP\n"
           "(default: any port whose datagrams have consistent SOME/IP headers). lines=True yields the lines\n"
           "themselves (str, no line end) instead of dicts. enum_style, scaled, strict: as for Formats.decode.");
+}
+
+} // namespace
+
+PYBIND11_MODULE(someip_parser_vaq, m)
+{
+    m.doc() = "SOME/IP payloads between their binary form and Python objects, described by format files";
+    m.attr("__version__") = SOMEIP_PARSER_VAQ_VERSION_STRING;
+
+    const py::module_ json = py::module_::import("json");
+    g_loads = py::object(json.attr("loads")).release();
+    g_dumps = py::object(json.attr("dumps")).release();
+    py::exec(kErrorClass, m.attr("__dict__"));
+    g_error = py::object(m.attr("Error")).release();
+
+    defineFormats(m);
+    defineImport(m);
+    defineCapture(m);
 }
