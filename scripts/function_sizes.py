@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
-"""Lists the longest functions of the library code (definitions whose braces stand at the start of a
-line, as the code is laid out), longest first.
+"""Lists the longest functions of the library code, longest first.
 
     scripts/function_sizes.py [--limit 60] [DIR...]
 """
@@ -9,25 +8,27 @@ import os
 import re
 
 DEFAULT_DIRS = ["someip_serializer_so", "capture", "importer", "tools", "python"]
-SIGNATURE = re.compile(r"^[A-Za-z_~].*\)\s*(const)?\s*(noexcept)?\s*(override)?\s*$")
 
 
 def functions(path):
+    """(signature, line, length) of every function body: this code opens a function's body with a brace
+    on a line of its own (control statements, classes and lambdas open theirs on the line they start),
+    and closes it at the same indentation."""
     lines = open(path, encoding="utf-8", errors="replace").read().split("\n")
     for i, line in enumerate(lines):
-        if line != "{" or i == 0:
+        opening = re.fullmatch(r"(\s*)\{", line)
+        if not opening or i == 0:
             continue
-        # The signature may span lines: look back to the line that starts it.
+        indent = opening.group(1)
         start = i - 1
-        while start > 0 and lines[start].startswith((" ", "\t")) and not lines[start - 1].endswith((";", "}")):
+        while start > 0 and lines[start].startswith(indent + " ") and not lines[start - 1].rstrip().endswith((";", "}", "{")):
             start -= 1
-        if not SIGNATURE.match(lines[i - 1].strip()) and not lines[i - 1].rstrip().endswith((")", "const", "override")):
-            continue
-        if lines[start].startswith(("namespace", "struct", "class", "enum", "union", "extern")):
+        signature = lines[start].strip()
+        if signature.startswith(("namespace", "struct", "class", "enum", "union", "extern")) or signature.endswith("="):
             continue
         for end in range(i + 1, len(lines)):
-            if lines[end] == "}":
-                yield lines[start].strip(), start + 1, end - i + 1
+            if lines[end] == indent + "}" or lines[end].startswith(indent + "};"):
+                yield signature, start + 1, end - i + 1
                 break
 
 

@@ -56,6 +56,33 @@ void printError(const std::string& message)
     std::cerr << "someip-json: " << message << "\n";
 }
 
+// Runs the command given; what escapes it becomes one error line and an exit status.
+int runParsed(const std::vector<std::unique_ptr<Subcommand>>& commands, const std::vector<CLI::App*>& parsers)
+{
+    int status = kExitOk;
+    try {
+        for (size_t i = 0; i < commands.size(); ++i) {
+            if (parsers[i]->parsed()) {
+                status = commands[i]->run();
+            }
+        }
+    } catch (const ToolError& e) {
+        printError(e.message + (e.status == kExitUsage ? " (see --help)" : ""));
+        status = e.status;
+    } catch (const std::exception& e) {
+        // The library lets errors of its JSON and text conversion dependencies through.
+        std::string what = e.what();
+        for (char& c : what) {
+            if (c == '\n' || c == '\r') {
+                c = ' ';
+            }
+        }
+        printError("conversion failed: " + what);
+        status = kExitFailed;
+    }
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -97,28 +124,8 @@ int main(int argc, char** argv)
         return kExitUsage;
     }
 
-    int status = kExitOk;
     zq_someip_set_logfunc_callback(logToStderr);
-    try {
-        for (size_t i = 0; i < commands.size(); ++i) {
-            if (parsers[i]->parsed()) {
-                status = commands[i]->run();
-            }
-        }
-    } catch (const ToolError& e) {
-        printError(e.message + (e.status == kExitUsage ? " (see --help)" : ""));
-        status = e.status;
-    } catch (const std::exception& e) {
-        // The library lets errors of its JSON and text conversion dependencies through.
-        std::string what = e.what();
-        for (char& c : what) {
-            if (c == '\n' || c == '\r') {
-                c = ' ';
-            }
-        }
-        printError("conversion failed: " + what);
-        status = kExitFailed;
-    }
+    const int status = runParsed(commands, parsers);
     zq_someip_set_logfunc_callback(nullptr);
     return status;
 }
