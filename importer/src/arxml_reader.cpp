@@ -216,6 +216,34 @@ private:
         });
     }
 
+    // The IDs a service deployment gives its interface's methods, events and fields, by their paths.
+    struct DeployedIds {
+        std::map<std::string_view, int> methods, events;
+        std::map<std::string_view, FieldIds> fields;
+    };
+    DeployedIds deployedIds(const Element& d, std::string_view interfacePath)
+    {
+        DeployedIds ids;
+        deployments(d, interfacePath, "METHOD-DEPLOYMENTS", "SOMEIP-METHOD-DEPLOYMENT", "METHOD-REF",
+                    [&](const Element& e, std::string_view path) { ids.methods[path] = static_cast<int>(id(e, "METHOD-ID", 0x7FFF)); });
+        deployments(d, interfacePath, "EVENT-DEPLOYMENTS", "SOMEIP-EVENT-DEPLOYMENT", "EVENT-REF",
+                    [&](const Element& e, std::string_view path) { ids.events[path] = eventId(id(e, "EVENT-ID", 0xFFFF)); });
+        deployments(d, interfacePath, "FIELD-DEPLOYMENTS", "SOMEIP-FIELD-DEPLOYMENT", "FIELD-REF",
+                    [&](const Element& e, std::string_view path) {
+                        FieldIds& f = ids.fields[path];
+                        if (const pugi::xml_node g = child(e.node, "GET")) {
+                            f.getter = static_cast<int>(id({e.input, g}, "METHOD-ID", 0x7FFF));
+                        }
+                        if (const pugi::xml_node s = child(e.node, "SET")) {
+                            f.setter = static_cast<int>(id({e.input, s}, "METHOD-ID", 0x7FFF));
+                        }
+                        if (const pugi::xml_node n = child(e.node, "NOTIFIER")) {
+                            f.notifier = eventId(id({e.input, n}, "EVENT-ID", 0xFFFF));
+                        }
+                    });
+        return ids;
+    }
+
     void service(const Element& d, const Element& si)
     {
         const std::string_view interfacePath = index_.pathOf(si.node);
@@ -232,25 +260,7 @@ private:
         if (serviceId < 0) {
             return;
         }
-        std::map<std::string_view, int> methodIds, eventIds;
-        std::map<std::string_view, FieldIds> fieldIds;
-        deployments(d, interfacePath, "METHOD-DEPLOYMENTS", "SOMEIP-METHOD-DEPLOYMENT", "METHOD-REF",
-                    [&](const Element& e, std::string_view path) { methodIds[path] = static_cast<int>(id(e, "METHOD-ID", 0x7FFF)); });
-        deployments(d, interfacePath, "EVENT-DEPLOYMENTS", "SOMEIP-EVENT-DEPLOYMENT", "EVENT-REF",
-                    [&](const Element& e, std::string_view path) { eventIds[path] = eventId(id(e, "EVENT-ID", 0xFFFF)); });
-        deployments(d, interfacePath, "FIELD-DEPLOYMENTS", "SOMEIP-FIELD-DEPLOYMENT", "FIELD-REF",
-                    [&](const Element& e, std::string_view path) {
-                        FieldIds& f = fieldIds[path];
-                        if (const pugi::xml_node g = child(e.node, "GET")) {
-                            f.getter = static_cast<int>(id({e.input, g}, "METHOD-ID", 0x7FFF));
-                        }
-                        if (const pugi::xml_node s = child(e.node, "SET")) {
-                            f.setter = static_cast<int>(id({e.input, s}, "METHOD-ID", 0x7FFF));
-                        }
-                        if (const pugi::xml_node n = child(e.node, "NOTIFIER")) {
-                            f.notifier = eventId(id({e.input, n}, "EVENT-ID", 0xFFFF));
-                        }
-                    });
+        const DeployedIds ids = deployedIds(d, interfacePath);
         eventGroups(d);
 
         std::vector<Element> events, methods, fields;
@@ -264,25 +274,25 @@ private:
         const size_t s = out_.service(index_.place(d), static_cast<uint16_t>(serviceId), static_cast<int>(major),
                                       PathIndex::shortName(si.node), attributes);
         for (const Element& e : events) {
-            const auto found = eventIds.find(index_.pathOf(e.node));
+            const auto found = ids.events.find(index_.pathOf(e.node));
             FormatBuilder::List list;
-            if (found == eventIds.end()) {
+            if (found == ids.events.end()) {
                 skip(e, "the event has no SOME/IP event deployment; left out");
             } else if (found->second >= 0 && claim(e, eventUsers_, found->second) && parameters(e, {e}, attributes, list)) {
                 out_.event(s, PathIndex::shortName(e.node), static_cast<uint16_t>(found->second), list);
             }
         }
         for (const Element& m : methods) {
-            const auto found = methodIds.find(index_.pathOf(m.node));
-            if (found == methodIds.end()) {
+            const auto found = ids.methods.find(index_.pathOf(m.node));
+            if (found == ids.methods.end()) {
                 skip(m, "the method has no SOME/IP method deployment; left out");
             } else if (found->second >= 0 && claim(m, methodUsers_, found->second)) {
                 method(s, m, static_cast<uint16_t>(found->second), attributes);
             }
         }
         for (const Element& f : fields) {
-            const auto found = fieldIds.find(index_.pathOf(f.node));
-            if (found == fieldIds.end()) {
+            const auto found = ids.fields.find(index_.pathOf(f.node));
+            if (found == ids.fields.end()) {
                 skip(f, "the field has no SOME/IP field deployment; left out");
             } else {
                 field(s, f, found->second, attributes);

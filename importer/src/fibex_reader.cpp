@@ -487,7 +487,35 @@ private:
         }
         const Attributes typed = overlay(dims.empty() ? context : outer, v.attribute);
         Attributes own = typed;
-        own.bigEndian = outer.bigEndian;
+        if (!ownFields(v, u, at, dims.empty(), outer.bigEndian, own)) {
+            return false;
+        }
+        merge(v.json, "Attribute", own.differences(typed));
+        if (u.bom && v.kind == Kind::String) {
+            v.json["Attribute"]["StringBom"] = *u.bom;
+        }
+        const unsigned valueKeys = keysOf(v.json);
+        v.json["ParamName"] = dims.empty() ? name : "element";
+        const Json::Value valueElement = v.json;
+        wrap(v.json, dims, name, outer.differences(context));
+        // FIBEX states sizes for this element alone unless it passes them on; the format's reach
+        // everything below. Where that would change an element inside, it cannot be written.
+        const unsigned arrayKeys = keysOf(v.json) & (kArrayKey | kVectorKey);
+        const bool valueReached = !dims.empty() && (keysUsed(kindOf(valueElement, 0)) & arrayKeys & ~(valueKeys | typeKeys(valueElement))) != 0;
+        if (!u.passOn && (valueReached || below(valueElement, arrayKeys | valueKeys, depth))) {
+            report_.skipped(at, "a length or type field size stated here would also reach elements inside it that rely on "
+                                "the default, while FIBEX states it for this element alone");
+            return false;
+        }
+        out = std::move(v.json);
+        return true;
+    }
+
+    // The length and type fields of a value (the byte order given), stated at its use; false, reported,
+    // for a union the format cannot describe.
+    bool ownFields(const Value& v, const Utilization& u, const Place& at, bool noDimensions, bool bigEndian, Attributes& own)
+    {
+        own.bigEndian = bigEndian;
         const uint32_t length = static_cast<uint32_t>(u.lengthField.value_or(0) / 8);
         switch (v.kind) {
         case Kind::Struct: own.structLength = u.lengthField ? length : own.structLength; break;
@@ -495,7 +523,7 @@ private:
         case Kind::String: own.stringLength = u.lengthField ? length : own.stringLength; break;
         case Kind::Array:  // a typedef of an array, used without arrays of its own
         case Kind::Vector:
-            if (dims.empty() && u.arrayLengthField) {
+            if (noDimensions && u.arrayLengthField) {
                 (v.kind == Kind::Array ? own.arrayLength : own.vectorLength) = static_cast<uint32_t>(*u.arrayLengthField / 8);
             }
             break;
@@ -513,13 +541,12 @@ private:
         if (v.kind == Kind::Struct && own.structLength == 0 && def != types_.end() && def->second.json["Tlv"] == true) {
             own.structLength = 4;  // a TLV structure always carries its length: 32 bits unless stated
         }
-        merge(v.json, "Attribute", own.differences(typed));
-        if (u.bom && v.kind == Kind::String) {
-            v.json["Attribute"]["StringBom"] = *u.bom;
-        }
-        const unsigned valueKeys = keysOf(v.json);
-        v.json["ParamName"] = dims.empty() ? name : "element";
-        const Json::Value valueElement = v.json;
+        return true;
+    }
+
+    // `json` as the element of its array dimensions, innermost first; the outermost takes `attribute`.
+    static void wrap(Json::Value& json, const std::vector<Dimension>& dims, const std::string& name, const Json::Value& attribute)
+    {
         for (size_t i = dims.size(); i-- > 0;) {
             const Dimension& d = dims[i];
             Json::Value a(Json::objectValue);
@@ -536,25 +563,34 @@ private:
                 }
             }
             if (i == 0) {
-                merge(a, "Attribute", outer.differences(context));
+                merge(a, "Attribute", attribute);
             }
-            a["SubParams"].append(std::move(v.json));
-            v.json = std::move(a);
+            a["SubParams"].append(std::move(json));
+            json = std::move(a);
         }
-        // FIBEX states sizes for this element alone unless it passes them on; the format's reach
-        // everything below. Where that would change an element inside, it cannot be written.
-        const unsigned arrayKeys = keysOf(v.json) & (kArrayKey | kVectorKey);
-        const bool valueReached = !dims.empty() && (keysUsed(kindOf(valueElement, 0)) & arrayKeys & ~(valueKeys | typeKeys(valueElement))) != 0;
-        if (!u.passOn && (valueReached || below(valueElement, arrayKeys | valueKeys, depth))) {
-            report_.skipped(at, "a length or type field size stated here would also reach elements inside it that rely on "
-                                "the default, while FIBEX states it for this element alone");
-            return false;
-        }
-        out = std::move(v.json);
-        return true;
     }
 
     // ---- data types ------------------------------------------------------------------------------
+
+    // A string type as its coding describes it.
+    static bool string(const FibexCoding& c, Json::Value& def)
+    {
+        def["ParamType"] = "STRING";
+        if (c.fixed) {
+            def["FixedLength"] = static_cast<Json::UInt64>(c.fixedBytes);
+        }
+        Attributes a;
+        a.utf16 = c.utf16;
+        a.stringLength = c.lengthBytes.value_or(a.stringLength);
+        merge(def, "Attribute", a.differences(Attributes{}));
+        if (c.terminator == false) {
+            def["Attribute"]["StringTerminator"] = false;
+        }
+        if (c.utf16LittleEndian) {
+            def["Attribute"]["StringUtf16ByteOrder"] = *c.utf16LittleEndian ? "BYTE_ORDER_LITTLE_ENDIAN" : "BYTE_ORDER_BIG_ENDIAN";
+        }
+        return true;
+    }
 
     bool value(const Ref& type, const Utilization& u, const Place& at, int depth, Value& v)
     {
@@ -588,23 +624,7 @@ private:
             return shared(type, key, Kind::Basic, v, [&](Json::Value& def) { return enumeration(type, name, c, def); });
         }
         if (c.kind == FibexCoding::String) {
-            return shared(type, key, Kind::String, v, [&](Json::Value& def) {
-                def["ParamType"] = "STRING";
-                if (c.fixed) {
-                    def["FixedLength"] = static_cast<Json::UInt64>(c.fixedBytes);
-                }
-                Attributes a;
-                a.utf16 = c.utf16;
-                a.stringLength = c.lengthBytes.value_or(a.stringLength);
-                merge(def, "Attribute", a.differences(Attributes{}));
-                if (c.terminator == false) {
-                    def["Attribute"]["StringTerminator"] = false;
-                }
-                if (c.utf16LittleEndian) {
-                    def["Attribute"]["StringUtf16ByteOrder"] = *c.utf16LittleEndian ? "BYTE_ORDER_LITTLE_ENDIAN" : "BYTE_ORDER_BIG_ENDIAN";
-                }
-                return true;
-            });
+            return shared(type, key, Kind::String, v, [&](Json::Value& def) { return string(c, def); });
         }
         if (c.kind == FibexCoding::Bitfield && !c.bits.empty()) {
             return shared(type, key, Kind::Basic, v, [&](Json::Value& def) {
