@@ -64,7 +64,8 @@ TEST(ImportArxml, Samples)
                       "SIZE-OF-STRING-LENGTH-FIELD 3 is not a size", "OddProps: its serialization properties",
                       "no ID for HAS-SETTER", "/Bad/Orphan: the service interface has no SOME/IP deployment",
                       "/Bad/Orphan is not an element of the deployed interface", "\"RAT_FUNC\" is not one the format",
-                      "/Bad/uint8_t: the path is defined again", "Twin: ID 1 is already used by /Bad/Broken/Fine"}},
+                      "/Bad/uint8_t: the path is defined again", "Twin: ID 1 is already used by /Bad/Broken/Fine",
+                      "/Bad/AppRecord: an application data type"}},
     };
     for (const Case& c : cases) {
         importtest::check(c);

@@ -198,6 +198,12 @@ bool TypeWriter::named(const Element& type, const Use& use, int depth, FormatBui
     if (depth > kMaxNesting) {
         return fail(type, "types nest deeper than " + std::to_string(kMaxNesting) + " levels");
     }
+    // Application data types describe values, not their bytes: the bytes come from the implementation
+    // data type mapped to them, which a data prototype names in its own right.
+    if (type.kind().rfind("APPLICATION-", 0) == 0) {
+        return fail(type, "an application data type, which does not describe the wire; the import reads "
+                          "implementation data types");
+    }
     const std::string_view path = index_.pathOf(type.node);
     if (open_.count(type.node.internal_object()) != 0) {
         return fail(type, "the type contains itself, which a format cannot describe");
