@@ -15,11 +15,11 @@ A payload holds every basic type, a structure, three uint16, a vector of 1..25 u
 tagged value written as two uint32 (its length, its selector) and one member, the member named by the
 event: a uint32 (32769), a string (32770) or a structure (32771). Payloads are about 100 to 270 bytes.
 """
+import argparse
 import json
 import os
 import random
 import struct
-import sys
 
 SERVICE, PORT = 0x1234, 30490
 WORDS = ["alpha", "beta", "gamma", "delta", "Grüße", "naïve", "ÆØÅ", "日本",
@@ -115,11 +115,13 @@ def frame(event, session, payload, ip_id):
 
 
 def main():
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
-    out = sys.argv[1]
-    count = int(sys.argv[2]) if len(sys.argv) > 2 else 100000
-    r = random.Random(int(sys.argv[3]) if len(sys.argv) > 3 else 1)
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0], epilog=__doc__.split("\n\n", 1)[1],
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("outdir")
+    parser.add_argument("n", nargs="?", type=int, default=100000, help="messages (default 100000)")
+    parser.add_argument("seed", nargs="?", type=int, default=1, help="(default 1)")
+    args = parser.parse_args()
+    out, count, r = args.outdir, args.n, random.Random(args.seed)
     os.makedirs(out, exist_ok=True)
     with open(os.path.join(out, "bulk.json"), "w", encoding="utf-8") as f:
         json.dump(format_file(), f, indent=1, ensure_ascii=False)
