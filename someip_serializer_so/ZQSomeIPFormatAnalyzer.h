@@ -10,6 +10,7 @@
 #include <json/json.h>
 
 #include "compiled/ZQSomeIPFormatIndex.h"
+#include "someip/ZQSomeIPExport.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
@@ -31,7 +32,7 @@ T StringToNum(const std::string& text)
 // The format store: loads format description files (one file, or every "*.json" under a directory
 // tree; loads are cumulative), finds the method format of a (service, method, message type) triple
 // and builds its attribute record. Not thread-safe: lookups write absent keys into the stored documents.
-class ZQSomeIPFormatAnalyzer {
+class ZQ_SOMEIP_API ZQSomeIPFormatAnalyzer {
 public:
     ZQSomeIPFormatAnalyzer();
     ~ZQSomeIPFormatAnalyzer();

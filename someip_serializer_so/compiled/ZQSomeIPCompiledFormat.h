@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "someip/ZQSomeIPExport.h"
+
 namespace ZQSomeIP {
 
 enum class ZQSomeIPParamKind : uint8_t {
@@ -50,7 +52,8 @@ struct ZQSomeIPCompiledNode {
 class ZQSomeIPCompiledFormat {
 public:
     // `styled` is the method format text as the lookup returns it. Null when not compilable.
-    static std::shared_ptr<const ZQSomeIPCompiledFormat> compile(const std::string& styled);
+    // Exported for the tests that check which formats compile; not part of the installed interface.
+    ZQ_SOMEIP_API static std::shared_ptr<const ZQSomeIPCompiledFormat> compile(const std::string& styled);
 
     const std::vector<ZQSomeIPCompiledNode>& params() const { return params_; }
 

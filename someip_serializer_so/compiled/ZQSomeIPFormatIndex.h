@@ -11,6 +11,7 @@
 
 #include <json/json.h>
 
+#include "someip/ZQSomeIPExport.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
@@ -31,7 +32,7 @@ bool searchPlanFor(int messageType, ZQSomeIPSearchPlan& plan);
 
 // One method format found in a loaded document: where its "ParamsDetails" lives, the attributes the
 // lookup applies with it (if the service or its file has any), and what is derived from it on first use.
-class ZQSomeIPIndexedMethod {
+class ZQ_SOMEIP_API ZQSomeIPIndexedMethod {
 public:
     ZQSomeIPIndexedMethod(const Json::Value* details, bool hasAttr, const ZQSomeIPExtendAttr& attr)
         : details_(details), has_attr_(hasAttr), attr_(attr)
