@@ -15,8 +15,6 @@
 
 namespace ZQSomeIP {
 
-class ZQSomeIPFormatAnalyzer;
-
 // What went wrong in the plain API, as a code a program can branch on. Names (for JSON and messages)
 // come from plainErrorName().
 enum class ZQSomeIPPlainError : int {
@@ -174,7 +172,7 @@ public:
 
 private:
     static std::shared_ptr<const ZQSomeIPFormatSet> build(
-        ZQSomeIPFormatAnalyzer& rules, const std::vector<std::string>& files,
+        const std::vector<std::string>& files,
         const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status);
 
     Table methods_;                // what the classic lookup finds
