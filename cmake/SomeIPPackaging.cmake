@@ -5,12 +5,16 @@ include(CMakePackageConfigHelpers)
 set(SOMEIP_CMAKE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/someip_parser_vaq)
 set(SOMEIP_HEADER_INSTALL_DIR ${CMAKE_INSTALL_INCLUDEDIR}/someip_parser_vaq)
 
-# The headers keep their layout below include/someip_parser_vaq/, so that the includes hosts already
-# write ("ZQSomeIPParserAPI.h", "someip/zq_someip_log.h", "compiled/ZQSomeIPFormatSet.h") keep working.
+# The public headers (SOMEIP_PUBLIC_HEADERS) keep their layout below include/someip_parser_vaq/, so that
+# the includes hosts already write ("ZQSomeIPParserAPI.h", "someip/zq_someip_log.h",
+# "compiled/ZQSomeIPFormatSet.h") keep working. The internal headers are not installed.
 install(TARGETS someip_parser_vaq EXPORT someip_parser_vaqTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/someip_serializer_so/ DESTINATION ${SOMEIP_HEADER_INSTALL_DIR}
-  FILES_MATCHING PATTERN "*.h")
+foreach(_someip_header ${SOMEIP_PUBLIC_HEADERS})
+  get_filename_component(_someip_header_dir ${_someip_header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/someip_serializer_so/${_someip_header}
+    DESTINATION ${SOMEIP_HEADER_INSTALL_DIR}/${_someip_header_dir})
+endforeach()
 install(FILES ${PROJECT_BINARY_DIR}/include/someip_parser_vaq/ZQSomeIPVersion.h
   DESTINATION ${SOMEIP_HEADER_INSTALL_DIR})
 

@@ -1,11 +1,9 @@
 #include "ZQSomeIPFormatAnalyzer.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <fstream>
 
+#include "format/ZQSomeIPFormatRules.h"
+#include "format/ZQSomeIPNumberText.h"
 #include "someip/zq_someip_log.h"
 
 namespace ZQSomeIP {
@@ -79,29 +77,12 @@ int ZQSomeIPFormatAnalyzer::loadFormatJson(std::string path)
 
 int ZQSomeIPFormatAnalyzer::pathType(std::string path)
 {
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0) {
-        return -1;
-    }
-    // Single bits, not the file-type field as a whole: block devices and sockets share the directory
-    // bit and count as directories, which hosts have come to rely on.
-    if (info.st_mode & 0x4000) {
-        return 1;
-    }
-    if (info.st_mode & 0x8000) {
-        return 0;
-    }
-    return -1;
+    return FormatRules::pathType(path);
 }
 
 bool ZQSomeIPFormatAnalyzer::isFormatFile(std::string name)
 {
-    static const std::string suffix = ".json";
-    if (name.length() <= 4) {
-        return false;
-    }
-    const size_t found = name.rfind(suffix);
-    return found != std::string::npos && found == name.length() - suffix.length();
+    return FormatRules::isFormatFile(name);
 }
 
 int ZQSomeIPFormatAnalyzer::loadFormatJsonFile_Inner(std::string path)
@@ -142,44 +123,7 @@ int ZQSomeIPFormatAnalyzer::loadFormatJsonDir_Inner(std::string path)
 
 void ZQSomeIPFormatAnalyzer::recureFormatFiles(std::string dir, std::vector<std::string>& files)
 {
-    std::vector<std::pair<unsigned long, unsigned long>> ancestors;
-    recureFormatFiles(dir, files, ancestors);
-}
-
-void ZQSomeIPFormatAnalyzer::recureFormatFiles(const std::string& dir, std::vector<std::string>& files,
-                                               std::vector<std::pair<unsigned long, unsigned long>>& ancestors)
-{
-    struct stat info;
-    if (stat(dir.c_str(), &info) == 0) {
-        const std::pair<unsigned long, unsigned long> self(info.st_dev, info.st_ino);
-        if (std::find(ancestors.begin(), ancestors.end(), self) != ancestors.end()) {
-            ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** recureFormatFiles() [%s] leads back to a directory above it, not "
-                           "followed *****",
-                           dir.c_str());
-            return;
-        }
-        ancestors.push_back(self);
-    } else {
-        ancestors.emplace_back(0, 0);
-    }
-    DIR* handle = opendir(dir.c_str());
-    if (handle != nullptr) {
-        while (struct dirent* entry = readdir(handle)) {
-            const std::string name = entry->d_name;
-            if (name == "." || name == "..") {
-                continue;
-            }
-            const std::string full = dir + "/" + name;
-            const int type = pathType(full);
-            if (type == 0 && isFormatFile(name)) {
-                files.push_back(full);
-            } else if (type == 1) {
-                recureFormatFiles(full, files, ancestors);
-            }
-        }
-        closedir(handle);
-    }
-    ancestors.pop_back();
+    FormatRules::recureFormatFiles(dir, files);
 }
 
 bool ZQSomeIPFormatAnalyzer::scanDocument(Json::Value& document, int serviceID, int methodID,
@@ -298,100 +242,43 @@ int ZQSomeIPFormatAnalyzer::getMethodFormatbyID(int serviceID, int methodID, int
 
 int ZQSomeIPFormatAnalyzer::convertToLengthFieldSize(const std::string& text)
 {
-    // The format states sizes in bits, the engines want bytes.
-    if (text == "0") {
-        return 0;
-    }
-    if (text == "8") {
-        return 1;
-    }
-    if (text == "16") {
-        return 2;
-    }
-    return 4;
+    return FormatRules::lengthFieldSize(text);
 }
 
 int ZQSomeIPFormatAnalyzer::convertToUnionTypeFieldSize(const std::string& text)
 {
-    // Same table as the length fields today; a function of its own so that the two may diverge.
-    return convertToLengthFieldSize(text);
+    return FormatRules::unionTypeFieldSize(text);
 }
 
 int ZQSomeIPFormatAnalyzer::convertToAlignment(const std::string& text)
 {
-    if (text == "16") {
-        return ZQ_SOMEIP_PAYLOAD_ALIGNMENT_16BIT;
-    }
-    if (text == "32") {
-        return ZQ_SOMEIP_PAYLOAD_ALIGNMENT_32BIT;
-    }
-    if (text == "64") {
-        return ZQ_SOMEIP_PAYLOAD_ALIGNMENT_64BIT;
-    }
-    return ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE;
+    return FormatRules::alignment(text);
 }
 
 int ZQSomeIPFormatAnalyzer::convertToByteOrder(const std::string& text)
 {
-    return text == "BYTE_ORDER_BIG_ENDIAN" ? ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_BIG_ENDIAN
-                                           : ZQ_SOMEIP_PAYLOAD_BYTE_ORDER_LITTLE_ENDIAN;
+    return FormatRules::byteOrder(text);
 }
 
 int ZQSomeIPFormatAnalyzer::convertToCharBit(const std::string& text)
 {
-    return text == "UTF16" ? ZQ_SOMEIP_PAYLOAD_STRING_UTF16 : ZQ_SOMEIP_PAYLOAD_STRING_UTF8;
+    return FormatRules::charBit(text);
 }
 
 int ZQSomeIPFormatAnalyzer::parseAttribute(Json::Value& attribute, ZQSomeIPExtendAttr& attr)
 {
-    if (!attribute.isObject()) {
-        return -1;
-    }
-    auto text = [&attribute](const char* key) { return attribute.get(key, "").asString(); };
-    const std::string array = text("ArrayLengthFieldSize");
-    const std::string vector = text("VectorLengthFieldSize");
-    const std::string structure = text("StructLengthFieldSize");
-    const std::string string = text("StringLengthFieldSize");
-    const std::string unionSize = text("UnionLengthFieldSize");
-    const std::string alignment = text("DataAlignment");
-    const std::string byteOrder = text("ByteOrderEnum");
-    const std::string unionType = text("UnionTypeSelectorFieldSize");
-    const std::string encoding = text("StringEncoding");
-
-    attr.array_length_field_size = convertToLengthFieldSize(array);
-    attr.vector_length_field_size = convertToLengthFieldSize(vector);
-    attr.struct_length_field_size = convertToLengthFieldSize(structure);
-    attr.string_length_field_size = convertToLengthFieldSize(string);
-    attr.union_length_field_size = convertToLengthFieldSize(unionSize);
-    attr.alignment = convertToAlignment(alignment);
-    attr.byte_order = convertToByteOrder(byteOrder);
-    attr.union_type_field_size = convertToUnionTypeFieldSize(unionType);
-    attr.string_utf = convertToCharBit(encoding);
-    return 0;
+    return FormatRules::parseAttribute(attribute, attr);
 }
 
 int ZQSomeIPFormatAnalyzer::parseGlobalAttribute(Json::Value& owner, ZQSomeIPExtendAttr& attr)
 {
-    if (!owner.isObject()) {
-        return -1;
-    }
-    const Json::Value global = owner.get("Attribute", Json::Value());
-    if (!global.isArray() || global.empty()) {
-        return -1;
-    }
-    Json::Value first = global[0];
-    return parseAttribute(first, attr);
+    return FormatRules::parseGlobalAttribute(owner, attr);
 }
 
 bool ZQSomeIPFormatAnalyzer::readLookupAttributes(const Json::Value& service, const Json::Value& document,
                                                   ZQSomeIPExtendAttr& attr)
 {
-    Json::Value serviceAttribute = service.get("Attribute", Json::Value());
-    if (parseAttribute(serviceAttribute, attr) == 0) {
-        return true;
-    }
-    // Only read: the global attribute parser takes its owner by reference.
-    return parseGlobalAttribute(const_cast<Json::Value&>(document), attr) == 0;
+    return FormatRules::readLookupAttributes(service, document, attr);
 }
 
 ZQSomeIPExtendAttr* ZQSomeIPFormatAnalyzer::getGlobalAttribute()

@@ -2,36 +2,22 @@
 #define ZQ_SOMEIP_FORMAT_ANALYZER_H
 
 #include <deque>
-#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <json/json.h>
 
-#include "compiled/ZQSomeIPFormatIndex.h"
+#include "format/ZQSomeIPFormatIndex.h"
+#include "format/ZQSomeIPNumberText.h"
+#include "someip/ZQSomeIPExport.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
 
-// Reads a number of type T from text with an input string stream, and nothing else: decimal only,
-// leading blanks skipped, reading stops at the first character that cannot continue the number,
-// out-of-range values saturate, "-1" wraps for unsigned types. The stream's state is deliberately not
-// examined. The result starts out as the text's length, which is what text made only of blanks yields
-// (the stream leaves the value alone when it finds nothing to read).
-template <typename T>
-T StringToNum(const std::string& text)
-{
-    std::istringstream stream(text);
-    T number = static_cast<T>(text.length());
-    stream >> number;
-    return number;
-}
-
 // The format store: loads format description files (one file, or every "*.json" under a directory
 // tree; loads are cumulative), finds the method format of a (service, method, message type) triple
 // and builds its attribute record. Not thread-safe: lookups write absent keys into the stored documents.
-class ZQSomeIPFormatAnalyzer {
+class ZQ_SOMEIP_API ZQSomeIPFormatAnalyzer {
 public:
     ZQSomeIPFormatAnalyzer();
     ~ZQSomeIPFormatAnalyzer();
@@ -59,7 +45,7 @@ public:
     // The index is on by default; off, every lookup scans every document (the reference behaviour).
     void setIndexEnabled(bool enabled) { index_enabled = enabled; }
 
-    // Attribute parsing.
+    // Attribute parsing: the rules of format/ZQSomeIPFormatRules.h.
     int convertToLengthFieldSize(const std::string& text);
     int convertToUnionTypeFieldSize(const std::string& text);
     int convertToAlignment(const std::string& text);
@@ -77,11 +63,6 @@ public:
     size_t formatCount() const { return formats.size(); }
 
 private:
-    // Walks `dir`; `ancestors` identifies (device, inode) the directories above it, so that a link
-    // back to one of them is not followed round and round.
-    void recureFormatFiles(const std::string& dir, std::vector<std::string>& files,
-                           std::vector<std::pair<unsigned long, unsigned long>>& ancestors);
-
     // The scan of one document: its first service with the ID whose member arrays hold the message
     // writes `format` and `attr` and ends the search in this document.
     bool scanDocument(Json::Value& document, int serviceID, int methodID, const ZQSomeIPSearchPlan* plan,

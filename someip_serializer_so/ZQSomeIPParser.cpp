@@ -114,7 +114,7 @@ int ZQSomeIPParser::deserializebyMethodID(int serviceID, int methodID, int messa
     }
     // The fast decoder writes no log lines, so it serves only while logging is off.
     if (method != nullptr) {
-        const ZQSomeIPCompiledFormat* compiled = fast_path && !zq_someip_log_enabled() ? method->compiled() : nullptr;
+        const ZQSomeIPCompiledFormat* compiled = fast_path && !zq_someip_log_enabled() ? ZQSomeIPCompiledFormat::of(*method) : nullptr;
         if (compiled != nullptr && fastDecode(*compiled, attr, payload, json)) {
             return 0;
         }

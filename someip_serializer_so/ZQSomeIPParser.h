@@ -14,7 +14,7 @@ namespace ZQSomeIP {
 
 // Joins the format store to the two converters. The converters are made on first use and re-armed
 // with the attributes of every request's method format. One parser serves one thread at a time.
-class ZQSomeIPParser {
+class ZQ_SOMEIP_API ZQSomeIPParser {
 public:
     ZQSomeIPParser();
     ~ZQSomeIPParser();

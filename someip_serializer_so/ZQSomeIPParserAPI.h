@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "someip/ZQSomeIPExport.h"
+
 namespace ZQSomeIP {
 
 class ZQSomeIPParser;
@@ -12,7 +14,7 @@ class ZQSomeIPParser;
 // The host's entry point. Load format description files once, then convert payloads one at a time.
 // Every operation returns 0 on success and a non-zero code (normally -1) on failure. One instance
 // serves one thread at a time; separate instances may serve separate threads.
-class ZQSomeIPParserAPI {
+class ZQ_SOMEIP_API ZQSomeIPParserAPI {
 public:
     ZQSomeIPParserAPI();
     ~ZQSomeIPParserAPI();

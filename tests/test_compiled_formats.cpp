@@ -77,7 +77,7 @@ TEST(CompiledFormat, EveryExampleMessageIsServedByTheIndexAndCompiles)
         const ZQSomeIP::ZQSomeIPIndexedMethod* method = nullptr;
         ASSERT_EQ(analyzer.findMethodFormat(m.service, m.method, m.type, format, attr, method), 0) << m.method;
         ASSERT_NE(method, nullptr) << m.method;
-        EXPECT_NE(method->compiled(), nullptr) << m.method;
+        EXPECT_NE(ZQSomeIPCompiledFormat::of(*method), nullptr) << m.method;
     }
 }
 

@@ -15,7 +15,7 @@ namespace ZQSomeIP {
 
 // SOME/IP payload bytes to JSON: walks the method format over the payload and fills a "Value" into
 // every parameter, expanding arrays and vectors into one element per item read.
-class Inner_someipDeserializer {
+class ZQ_SOMEIP_API Inner_someipDeserializer {
 public:
     explicit Inner_someipDeserializer(ZQSomeIPExtendAttr& attr);
     ~Inner_someipDeserializer();

@@ -15,7 +15,7 @@ namespace ZQSomeIP {
 
 // JSON parameter list (types and values) to SOME/IP payload bytes, under one attribute record.
 // The JSON is self-describing; the method format acts only through the attributes.
-class Inner_someipSerializer {
+class ZQ_SOMEIP_API Inner_someipSerializer {
 public:
     explicit Inner_someipSerializer(ZQSomeIPExtendAttr& attr);
     ~Inner_someipSerializer();

@@ -6,7 +6,8 @@
 
 #include <json/json.h>
 
-#include "ZQSomeIPFormatAnalyzer.h"
+#include "format/ZQSomeIPFormatIndex.h"
+#include "format/ZQSomeIPNumberText.h"
 
 namespace ZQSomeIP {
 
@@ -230,6 +231,16 @@ std::shared_ptr<const ZQSomeIPCompiledFormat> ZQSomeIPCompiledFormat::compile(co
     } catch (const std::exception&) {
         return nullptr;
     }
+}
+
+const ZQSomeIPCompiledFormat* ZQSomeIPCompiledFormat::of(const ZQSomeIPIndexedMethod& method)
+{
+    ZQSomeIPIndexedMethod::CompiledSlot& slot = method.compiledSlot();
+    if (!slot.tried) {
+        slot.format = compile(method.styled());
+        slot.tried = true;
+    }
+    return slot.format.get();
 }
 
 } // namespace ZQSomeIP

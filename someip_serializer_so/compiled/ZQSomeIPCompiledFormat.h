@@ -6,7 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "someip/ZQSomeIPExport.h"
+
 namespace ZQSomeIP {
+
+class ZQSomeIPIndexedMethod;
 
 enum class ZQSomeIPParamKind : uint8_t {
     Bool, UInt8, UInt16, UInt32, UInt64, Int8, Int16, Int32, Int64, Float, Double, String,
@@ -50,7 +54,12 @@ struct ZQSomeIPCompiledNode {
 class ZQSomeIPCompiledFormat {
 public:
     // `styled` is the method format text as the lookup returns it. Null when not compilable.
-    static std::shared_ptr<const ZQSomeIPCompiledFormat> compile(const std::string& styled);
+    // Exported for the tests that check which formats compile; not part of the installed interface.
+    ZQ_SOMEIP_API static std::shared_ptr<const ZQSomeIPCompiledFormat> compile(const std::string& styled);
+
+    // The compiled form of an indexed method format, made on first use and kept in the method's slot;
+    // null when the format uses something the fast paths do not reproduce.
+    ZQ_SOMEIP_API static const ZQSomeIPCompiledFormat* of(const ZQSomeIPIndexedMethod& method);
 
     const std::vector<ZQSomeIPCompiledNode>& params() const { return params_; }
 

@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "ZQSomeIPLightJson.h"
-#include "ZQSomeIPNumberText.h"
+#include "format/ZQSomeIPNumberText.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
 
 namespace ZQSomeIP {

@@ -10,11 +10,11 @@
 
 #include <json/json.h>
 
-#include "ZQSomeIPFormatAnalyzer.h"
-#include "ZQSomeIPFormatIndex.h"
 #include "ZQSomeIPJsonText.h"
-#include "ZQSomeIPNumberText.h"
 #include "ZQSomeIPPlainFormat.h"
+#include "format/ZQSomeIPFormatIndex.h"
+#include "format/ZQSomeIPFormatRules.h"
+#include "format/ZQSomeIPNumberText.h"
 
 namespace ZQSomeIP {
 
@@ -140,8 +140,8 @@ const char* textOf(const Json::Value& owner, const char* key)
 // Compiles the method formats of the loaded documents, each "Params" entry once.
 class Builder {
 public:
-    Builder(ZQSomeIPFormatAnalyzer& rules, const std::deque<Json::Value>& documents, const std::vector<int>& versions)
-        : rules_(rules), documents_(documents), versions_(versions)
+    Builder(const std::deque<Json::Value>& documents, const std::vector<int>& versions)
+        : documents_(documents), versions_(versions)
     {
         for (size_t d = 0; d < documents_.size(); ++d) {
             const Json::Value& services = documents_[d].isObject() ? documents_[d]["Services"] : Json::Value::nullSingleton();
@@ -167,7 +167,7 @@ public:
         method->attr = attr;
         const size_t document = documentOf(service);
         if (document < versions_.size() && versions_[document] == 2 && service != nullptr && params != nullptr) {
-            ZQSomeIPPlainFormatCompiler compiler(rules_, documents_[document]);
+            ZQSomeIPPlainFormatCompiler compiler(documents_[document]);
             if (!compiler.compile(*service, *params, attr, *method, why)) {
                 failedDocument = document;
                 return false;
@@ -225,7 +225,7 @@ public:
                     continue;
                 }
                 ZQSomeIPExtendAttr attr;
-                rules_.readLookupAttributes(service, documents_[d], attr);
+                FormatRules::readLookupAttributes(service, documents_[d], attr);
                 for (const int type : {0x00, 0x01, 0x02, 0x80, 0x81}) {
                     ZQSomeIPSearchPlan plan;
                     searchPlanFor(type, plan);
@@ -284,7 +284,6 @@ private:
         return it == documentOf_.end() ? documents_.size() : it->second;
     }
 
-    ZQSomeIPFormatAnalyzer& rules_;
     const std::deque<Json::Value>& documents_;
     const std::vector<int>& versions_;
     std::unordered_map<const Json::Value*, std::shared_ptr<const ZQSomeIPPlainMethod>> cache_;
@@ -362,13 +361,12 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
 {
     status = ZQSomeIPPlainStatus();
     // The classic loader's rules decide which files a path names.
-    ZQSomeIPFormatAnalyzer rules;
     std::vector<std::string> files;
-    const int type = rules.pathType(path);
+    const int type = FormatRules::pathType(path);
     if (type == 0) {
         files.push_back(path);
     } else if (type == 1) {
-        rules.recureFormatFiles(path, files);
+        FormatRules::recureFormatFiles(path, files);
     } else {
         status = loadError(ZQSomeIPPlainError::FileError, path, "not a file or directory");
         return nullptr;
@@ -378,7 +376,7 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
         return nullptr;
     }
 
-    return build(rules, files, [&status](const std::string& file, std::string& text) {
+    return build(files, [&status](const std::string& file, std::string& text) {
         std::ifstream stream(file, std::ios::in | std::ios::binary);
         text.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
         if (!stream.good() && !stream.eof()) {
@@ -393,15 +391,14 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadText(const std::
                                                                      ZQSomeIPPlainStatus& status)
 {
     status = ZQSomeIPPlainStatus();
-    ZQSomeIPFormatAnalyzer rules;
-    return build(rules, {name}, [&text](const std::string&, std::string& out) {
+    return build({name}, [&text](const std::string&, std::string& out) {
         out = text;
         return true;
     }, status);
 }
 
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
-    ZQSomeIPFormatAnalyzer& rules, const std::vector<std::string>& files,
+    const std::vector<std::string>& files,
     const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status)
 {
     std::deque<Json::Value> documents;
@@ -440,14 +437,12 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
         versions.push_back(version);
         names.push_back(file);
         documents.push_back(std::move(root));
-        if (version == 2 && !ZQSomeIPPlainFormatCompiler(rules, documents.back()).checkTypes(why)) {
+        if (version == 2 && !ZQSomeIPPlainFormatCompiler(documents.back()).checkTypes(why)) {
             status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
             return nullptr;
         }
         index.addDocument(documents.back(), documents.size() - 1,
-                          [&rules](const Json::Value& service, const Json::Value& document, ZQSomeIPExtendAttr& attr) {
-                              return rules.readLookupAttributes(service, document, attr);
-                          });
+                          FormatRules::readLookupAttributes);
         if (index.segments().back().scanned) {
             status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
                                "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" values "
@@ -457,7 +452,7 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
     }
 
     auto set = std::make_shared<ZQSomeIPFormatSet>();
-    Builder builder(rules, documents, versions);
+    Builder builder(documents, versions);
     for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
         for (const auto& entry : segment.table) {
             const ZQSomeIPIndexedMethod& found = *entry.second.method;

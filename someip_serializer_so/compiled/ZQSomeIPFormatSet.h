@@ -10,11 +10,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "someip/ZQSomeIPExport.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
-
-class ZQSomeIPFormatAnalyzer;
 
 // What went wrong in the plain API, as a code a program can branch on. Names (for JSON and messages)
 // come from plainErrorName().
@@ -41,7 +40,7 @@ enum class ZQSomeIPPlainError : int {
     WireTypeMismatch,   // a TLV member whose tag names another wire type than its declared type takes
     UnskippableMember,  // a TLV member of an unknown data ID with wire type 4 (its length is unknown)
 };
-const char* plainErrorName(ZQSomeIPPlainError code);
+ZQ_SOMEIP_API const char* plainErrorName(ZQSomeIPPlainError code);
 
 // Bytes a successful decode skipped because the format does not know them: bytes inside a struct's
 // length field after its known members, bytes after the last parameter, TLV members of unknown data
@@ -55,7 +54,7 @@ struct ZQSomeIPPlainWarning {
 
 // The result of a plain operation: a code, where (decode: byte offset in the payload; encode: a JSON
 // path such as $.waypoints[1].x; loading: the file, with line and column), and one line of text.
-struct ZQSomeIPPlainStatus {
+struct ZQ_SOMEIP_API ZQSomeIPPlainStatus {
     ZQSomeIPPlainError code = ZQSomeIPPlainError::Ok;
     size_t offset = 0;     // decode errors
     std::string path;      // encode errors; the file for loading errors
@@ -155,7 +154,7 @@ struct ZQSomeIPPlainMethod {
 // one set at the same time. Loading is strict where the classic API is lenient: a file that is not
 // JSON fails the load with its name, line and column, and so does a file whose shape would make
 // lookups throw (a root that is not an object, a "Services" that is not an array, ...).
-class ZQSomeIPFormatSet {
+class ZQ_SOMEIP_API ZQSomeIPFormatSet {
 public:
     static std::shared_ptr<const ZQSomeIPFormatSet> load(const std::string& path, ZQSomeIPPlainStatus& status);
     // One format document given as text (an importer's output, say); `name` stands for its file in messages.
@@ -173,7 +172,7 @@ public:
 
 private:
     static std::shared_ptr<const ZQSomeIPFormatSet> build(
-        ZQSomeIPFormatAnalyzer& rules, const std::vector<std::string>& files,
+        const std::vector<std::string>& files,
         const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status);
 
     Table methods_;                // what the classic lookup finds
@@ -182,56 +181,9 @@ private:
     std::unordered_map<uint64_t, Table> versioned_;  // by major version
 };
 
-// How enumerated integers are written by decode (encode accepts all three forms).
-enum class ZQSomeIPEnumStyle : uint8_t {
-    Name,   // the enumerator's name, or the integer when the value has none
-    Value,  // the integer
-    Both,   // {"name":"DRIVE","value":3} (name null when the value has none)
-};
-// How scaled numbers are written by decode and read by encode.
-enum class ZQSomeIPScaledStyle : uint8_t {
-    Raw,       // the raw wire value
-    Physical,  // raw * factor + offset (encode rounds back to the nearest raw value)
-    Both,      // {"raw":65,"value":25.0,"unit":"degC"} (encode takes "raw" if present, else "value")
-};
-// "name" | "value" | "both", and "raw" | "physical" | "both"; false for any other text.
-bool parseEnumStyle(std::string_view text, ZQSomeIPEnumStyle& style);
-bool parseScaledStyle(std::string_view text, ZQSomeIPScaledStyle& style);
-
-// Options of the plain codec.
-struct ZQSomeIPPlainOptions {
-    bool pretty = false;  // indented by two blanks, one member per line; compact otherwise
-    // Decode: bytes the format does not know (after the last parameter, inside a struct's length
-    // field after its known members) fail as trailing_bytes / length_mismatch instead of being
-    // skipped with a warning.
-    bool strict = false;
-    ZQSomeIPEnumStyle enumStyle = ZQSomeIPEnumStyle::Name;
-    ZQSomeIPScaledStyle scaled = ZQSomeIPScaledStyle::Raw;
-};
-
-// Payload -> plain JSON: {"routeId":7,"waypoints":[{"x":100,"y":-50}],"lengthKm":12.5}. Members in
-// format order; arrays and vectors as JSON arrays of their elements' values; integers exact; bool as
-// true/false; float and double as the shortest text that reads back to the same bits, non-finite
-// values as the strings "NaN", "Infinity", "-Infinity" (a NaN other than the default quiet one as
-// "NaN:0x" and its bits in hex); strings as JSON strings. `json` is written only on success.
-ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
-                                const uint8_t* payload, size_t size, std::string& json,
-                                const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
-// The same with a method format found beforehand (by find() with an interface version, say).
-ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
-                                std::string& json, const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
-
-// Plain JSON -> payload, strictly: every member present with the right JSON type and in range, no
-// unknown members, fixed arrays of their declared count, vectors as long as their JSON array, no
-// string, vector or struct longer than its length field can express. `payload` is written only on
-// success.
-ZQSomeIPPlainStatus plainEncode(const ZQSomeIPFormatSet& formats, int serviceID, int methodID, int messageType,
-                                std::string_view json, std::vector<uint8_t>& payload,
-                                const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
-ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
-                                std::vector<uint8_t>& payload,
-                                const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
-
 } // namespace ZQSomeIP
+
+// Hosts have always found the codec's functions through this header; they stay reachable from here.
+#include "ZQSomeIPPlainCodec.h"
 
 #endif // ZQ_SOMEIP_FORMAT_SET_H

@@ -6,15 +6,17 @@
 #include <string>
 #include <string_view>
 
+#include "someip/ZQSomeIPExport.h"
+
 namespace ZQSomeIP {
 
 // Appends `text` as a JSON string, quotes included: quote and backslash escaped, control characters
 // as \n, \t, ... or \u00XX, everything else (UTF-8 included) as it is. The plain codec, its error
 // reports and the tool's lines all write strings this way.
-void appendJsonString(std::string& out, std::string_view text);
+ZQ_SOMEIP_API void appendJsonString(std::string& out, std::string_view text);
 
 // Appends `size` bytes as lowercase hex, two digits a byte, nothing between: how payloads are shown.
-void appendHex(std::string& out, const uint8_t* data, size_t size);
+ZQ_SOMEIP_API void appendHex(std::string& out, const uint8_t* data, size_t size);
 
 } // namespace ZQSomeIP
 

@@ -12,7 +12,7 @@
 #include <limits>
 #include <locale.h>
 
-#include "ZQSomeIPFormatSet.h"
+#include "ZQSomeIPPlainCodec.h"
 #include "ZQSomeIPJsonText.h"
 #include "ZQSomeIPLightJson.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"

@@ -8,8 +8,9 @@
 #include <limits>
 #include <set>
 
-#include "ZQSomeIPFormatAnalyzer.h"
 #include "ZQSomeIPJsonText.h"
+#include "format/ZQSomeIPFormatRules.h"
+#include "format/ZQSomeIPNumberText.h"
 
 namespace ZQSomeIP {
 
@@ -220,8 +221,7 @@ int plainFormatVersion(const Json::Value& document, std::string& why)
     return static_cast<int>(version);
 }
 
-ZQSomeIPPlainFormatCompiler::ZQSomeIPPlainFormatCompiler(ZQSomeIPFormatAnalyzer& rules, const Json::Value& document)
-    : rules_(rules), document_(document)
+ZQSomeIPPlainFormatCompiler::ZQSomeIPPlainFormatCompiler(const Json::Value& document) : document_(document)
 {
 }
 
@@ -235,34 +235,10 @@ bool ZQSomeIPPlainFormatCompiler::attributes(const Json::Value& object, Context&
         return false;
     }
     // The keys of the service attributes, read as the lookup reads them, but only where present.
-    struct Size {
-        const char* key;
-        uint32_t ZQSomeIPExtendAttr::*field;
-    };
-    const Size sizes[] = {
-        {"ArrayLengthFieldSize", &ZQSomeIPExtendAttr::array_length_field_size},
-        {"VectorLengthFieldSize", &ZQSomeIPExtendAttr::vector_length_field_size},
-        {"StructLengthFieldSize", &ZQSomeIPExtendAttr::struct_length_field_size},
-        {"StringLengthFieldSize", &ZQSomeIPExtendAttr::string_length_field_size},
-        {"UnionLengthFieldSize", &ZQSomeIPExtendAttr::union_length_field_size},
-    };
-    for (const Size& s : sizes) {
-        if (object.isMember(s.key)) {
-            c.attr.*s.field = static_cast<uint32_t>(rules_.convertToLengthFieldSize(text(object[s.key])));
+    for (const FormatRules::AttributeKey& k : FormatRules::kAttributeKeys) {
+        if (object.isMember(k.key)) {
+            c.attr.*k.field = static_cast<uint32_t>(k.value(text(object[k.key])));
         }
-    }
-    if (object.isMember("UnionTypeSelectorFieldSize")) {
-        c.attr.union_type_field_size =
-            static_cast<uint32_t>(rules_.convertToUnionTypeFieldSize(text(object["UnionTypeSelectorFieldSize"])));
-    }
-    if (object.isMember("DataAlignment")) {
-        c.attr.alignment = static_cast<uint32_t>(rules_.convertToAlignment(text(object["DataAlignment"])));
-    }
-    if (object.isMember("ByteOrderEnum")) {
-        c.attr.byte_order = static_cast<uint32_t>(rules_.convertToByteOrder(text(object["ByteOrderEnum"])));
-    }
-    if (object.isMember("StringEncoding")) {
-        c.attr.string_utf = static_cast<uint32_t>(rules_.convertToCharBit(text(object["StringEncoding"])));
     }
     if (object.isMember("UnionFieldOrder")) {
         const std::string t = text(object["UnionFieldOrder"]);
@@ -279,7 +255,7 @@ bool ZQSomeIPPlainFormatCompiler::attributes(const Json::Value& object, Context&
             return false;
         }
         c.utf16Set = true;
-        c.utf16Order = static_cast<uint32_t>(rules_.convertToByteOrder(t));
+        c.utf16Order = static_cast<uint32_t>(FormatRules::byteOrder(t));
     }
     const std::pair<const char*, bool Context::*> flags[] = {
         {"StringBom", &Context::bom},

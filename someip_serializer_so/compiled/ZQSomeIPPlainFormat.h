@@ -14,8 +14,6 @@
 
 namespace ZQSomeIP {
 
-class ZQSomeIPFormatAnalyzer;
-
 // The kind a "ParamType" (or an ENUM's or BITFIELD's "BaseType") names; false for any other text.
 bool plainParamKind(const std::string& name, ZQSomeIPPlainParam::Kind& kind);
 
@@ -25,8 +23,8 @@ int plainFormatVersion(const Json::Value& document, std::string& why);
 
 class ZQSomeIPPlainFormatCompiler {
 public:
-    // `document` must outlive the compiler; `rules` reads the attribute texts as the lookup does.
-    ZQSomeIPPlainFormatCompiler(ZQSomeIPFormatAnalyzer& rules, const Json::Value& document);
+    // `document` must outlive the compiler. Attribute texts are read by the lookup's rules.
+    explicit ZQSomeIPPlainFormatCompiler(const Json::Value& document);
 
     // Every shared type of the document (file level and each service's) must resolve: false with
     // `why` naming the type when one refers to an unknown name or contains itself.
@@ -45,7 +43,6 @@ private:
     bool resolve(const Json::Value& item, Json::Value& resolved, Context& scope, std::string& why);
     bool attributes(const Json::Value& object, Context& c, std::string& why);
 
-    ZQSomeIPFormatAnalyzer& rules_;
     const Json::Value& document_;
     const Json::Value* serviceTypes_ = nullptr;
     std::string broken_;     // a type reference that fails the load

@@ -13,7 +13,7 @@
 // ZQSomeIPPayloadSerializerGeneral writes, with bounds checks and length accounting over every open
 // length-delimited container. Every operation returns 0 or a ZQSomeIPPayloadErrorCode. A failed
 // reader is left where the failing step stopped and should be discarded.
-class ZQSomeIPPayloadDeserializerGeneral {
+class ZQ_SOMEIP_API ZQSomeIPPayloadDeserializerGeneral {
 public:
     explicit ZQSomeIPPayloadDeserializerGeneral(const ZQSomeIPExtendAttr* attr = nullptr);
     virtual ~ZQSomeIPPayloadDeserializerGeneral();

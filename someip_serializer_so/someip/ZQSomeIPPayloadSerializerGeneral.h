@@ -12,7 +12,7 @@
 // Builds one SOME/IP payload in memory, element by element. Every write returns 0 or an error code of
 // ZQSomeIPPayloadErrorCode and keeps a non-zero result as the last error. A null attribute record
 // means "the attributes in force": the innermost container's, or the defaults at top level.
-class ZQSomeIPPayloadSerializerGeneral {
+class ZQ_SOMEIP_API ZQSomeIPPayloadSerializerGeneral {
 public:
     explicit ZQSomeIPPayloadSerializerGeneral(const ZQSomeIPExtendAttr* attr = nullptr);
     virtual ~ZQSomeIPPayloadSerializerGeneral();

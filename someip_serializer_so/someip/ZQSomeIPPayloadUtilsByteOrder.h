@@ -3,12 +3,13 @@
 
 #include <cstdint>
 
+#include "ZQSomeIPExport.h"
 #include "ZQSomeIPPayloadAttr.h"
 
 // Converts host numbers to the payload's byte order and back (the conversions are their own inverse).
 // The host is taken to be little endian; the network order is switched before every number an engine
 // reads or writes.
-class ZQSomeIPPayloadUtilsByteOrder {
+class ZQ_SOMEIP_API ZQSomeIPPayloadUtilsByteOrder {
 public:
     ZQSomeIPPayloadUtilsByteOrder();
 

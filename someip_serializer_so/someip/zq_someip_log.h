@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include "ZQSomeIPExport.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -11,37 +13,37 @@ extern "C" {
 typedef void (*zq_someip_logfunc_t)(int32_t level, const char* tag, const char* message);
 
 /* The installed callback; null means "print to standard output". */
-extern zq_someip_logfunc_t g_logfunc;
+extern ZQ_SOMEIP_API zq_someip_logfunc_t g_logfunc;
 
 /* Formats a printf-style message, filters it by SOMEIPSER_LOG_LEVEL (read on every call) and hands it to
  * g_logfunc or prints it with time stamp, PID and TID. Messages longer than 1023 characters are cut. */
-void zq_someip_log_output(int32_t level, const char* tag, const char* format, ...)
+ZQ_SOMEIP_API void zq_someip_log_output(int32_t level, const char* tag, const char* format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 3, 4)))
 #endif
     ;
 
-void zq_someip_set_logfunc_callback(zq_someip_logfunc_t callback);
+ZQ_SOMEIP_API void zq_someip_set_logfunc_callback(zq_someip_logfunc_t callback);
 
 /* Placeholders kept so that hosts linking against these names resolve; they do nothing. */
-void zq_someip_log_base_info(void);
-void zq_someip_log_base_debug(void);
-void zq_someip_log_base_warn(void);
-void zq_someip_log_base_error(void);
-void zq_someip_base_log_base_info(void);
-void zq_someip_base_log_base_debug(void);
-void zq_someip_base_log_base_warn(void);
-void zq_someip_base_log_base_error(void);
+ZQ_SOMEIP_API void zq_someip_log_base_info(void);
+ZQ_SOMEIP_API void zq_someip_log_base_debug(void);
+ZQ_SOMEIP_API void zq_someip_log_base_warn(void);
+ZQ_SOMEIP_API void zq_someip_log_base_error(void);
+ZQ_SOMEIP_API void zq_someip_base_log_base_info(void);
+ZQ_SOMEIP_API void zq_someip_base_log_base_debug(void);
+ZQ_SOMEIP_API void zq_someip_base_log_base_warn(void);
+ZQ_SOMEIP_API void zq_someip_base_log_base_error(void);
 
 #ifdef __cplusplus
 }
 
 /* True when SOMEIPSER_LOG_LEVEL lets messages through (to a callback or to standard output): code
  * with a quiet fast path takes it only when this is false. */
-bool zq_someip_log_enabled();
+ZQ_SOMEIP_API bool zq_someip_log_enabled();
 
 /* Placeholder class, exported for the same reason as the functions above. */
-class zq_someip_log_base {
+class ZQ_SOMEIP_API zq_someip_log_base {
 public:
     zq_someip_log_base();
     ~zq_someip_log_base();

@@ -1,3 +1,4 @@
+// The format store's constant-time lookup over loaded documents (see ZQSomeIPFormatIndex below).
 #ifndef ZQ_SOMEIP_FORMAT_INDEX_H
 #define ZQ_SOMEIP_FORMAT_INDEX_H
 
@@ -11,27 +12,18 @@
 
 #include <json/json.h>
 
+#include "ZQSomeIPFormatRules.h"
+#include "someip/ZQSomeIPExport.h"
 #include "someip/ZQSomeIPPayloadAttr.h"
 
 namespace ZQSomeIP {
 
+// Derived by compiled/ from an indexed format and kept with it; the index never looks inside.
 class ZQSomeIPCompiledFormat;
-
-// Where a message type is looked for in a service: up to two member arrays, searched in order, the
-// key that holds the ID of their entries, and the "MethodType" word of the wanted "Params" entry.
-// Message types outside the four kinds are never found.
-enum class ZQSomeIPSearchKind : int { Request = 0, RequestNoReturn = 1, Notification = 2, Response = 3 };
-struct ZQSomeIPSearchPlan {
-    ZQSomeIPSearchKind kind;
-    const char* arrays[2];
-    const char* idKey;
-    const char* methodType;
-};
-bool searchPlanFor(int messageType, ZQSomeIPSearchPlan& plan);
 
 // One method format found in a loaded document: where its "ParamsDetails" lives, the attributes the
 // lookup applies with it (if the service or its file has any), and what is derived from it on first use.
-class ZQSomeIPIndexedMethod {
+class ZQ_SOMEIP_API ZQSomeIPIndexedMethod {
 public:
     ZQSomeIPIndexedMethod(const Json::Value* details, bool hasAttr, const ZQSomeIPExtendAttr& attr)
         : details_(details), has_attr_(hasAttr), attr_(attr)
@@ -56,8 +48,13 @@ public:
 
     // The styled text of "ParamsDetails", rendered once.
     const std::string& styled() const;
-    // The compiled form, or null when the format uses something the fast paths do not reproduce.
-    const ZQSomeIPCompiledFormat* compiled() const;
+    // Where the fast paths keep the compiled form of this format once they have tried to make it
+    // (ZQSomeIPCompiledFormat::of): a null format after a try means the format is left to the reference.
+    struct CompiledSlot {
+        bool tried = false;
+        std::shared_ptr<const ZQSomeIPCompiledFormat> format;
+    };
+    CompiledSlot& compiledSlot() const { return compiled_; }
 
 private:
     const Json::Value* details_;  // null: the entry had no "ParamsDetails"
@@ -68,8 +65,7 @@ private:
     ZQSomeIPExtendAttr attr_;
     mutable bool rendered_ = false;
     mutable std::string styled_;
-    mutable bool compile_tried_ = false;
-    mutable std::shared_ptr<const ZQSomeIPCompiledFormat> compiled_;
+    mutable CompiledSlot compiled_;
 };
 
 // Constant-time lookup over the loaded documents. Consecutive documents of a regular shape are

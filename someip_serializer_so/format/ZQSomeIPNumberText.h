@@ -1,3 +1,6 @@
+// Number text as format description documents hold it (IDs, counts, values of the classic parameter
+// list): the one reading rule, StringToNum, and its quick form. No state; the format store, its index
+// and compiled/ all read numbers through these.
 #ifndef ZQ_SOMEIP_NUMBER_TEXT_H
 #define ZQ_SOMEIP_NUMBER_TEXT_H
 
@@ -6,12 +9,25 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <type_traits>
 
-#include "ZQSomeIPFormatAnalyzer.h"
-
 namespace ZQSomeIP {
+
+// Reads a number of type T from text with an input string stream, and nothing else: decimal only,
+// leading blanks skipped, reading stops at the first character that cannot continue the number,
+// out-of-range values saturate, "-1" wraps for unsigned types. The stream's state is deliberately not
+// examined. The result starts out as the text's length, which is what text made only of blanks yields
+// (the stream leaves the value alone when it finds nothing to read).
+template <typename T>
+T StringToNum(const std::string& text)
+{
+    std::istringstream stream(text);
+    T number = static_cast<T>(text.length());
+    stream >> number;
+    return number;
+}
 
 // The number StringToNum<T> reads from `text`, computed directly when the text is a plain decimal
 // that fits T (a string stream costs more than the rest of a lookup or a value write); anything else

@@ -2,24 +2,11 @@
 
 #include <stdexcept>
 
-#include "ZQSomeIPCompiledFormat.h"
 #include "ZQSomeIPNumberText.h"
 
 namespace ZQSomeIP {
 
 namespace {
-
-const int kMessageTypeRequest = 0x00;
-const int kMessageTypeRequestNoReturn = 0x01;
-const int kMessageTypeNotification = 0x02;
-const int kMessageTypeResponse = 0x80;
-
-const ZQSomeIPSearchPlan kPlans[4] = {
-    {ZQSomeIPSearchKind::Request, {"Methods", "Fields"}, "MethodID", "request"},
-    {ZQSomeIPSearchKind::RequestNoReturn, {"Methods", nullptr}, "MethodID", "request"},
-    {ZQSomeIPSearchKind::Notification, {"Events", "Fields"}, "EventID", "event"},
-    {ZQSomeIPSearchKind::Response, {"Methods", "Fields"}, "MethodID", "response"},
-};
 
 // A value the scan would index by position: arrays, and anything of size 0 (which it never indexes).
 // A non-empty object would make the scan's positional access throw.
@@ -42,22 +29,6 @@ int idOf(const Json::Value& owner, const char* key)
 
 } // namespace
 
-bool searchPlanFor(int messageType, ZQSomeIPSearchPlan& plan)
-{
-    if (messageType == kMessageTypeRequest) {
-        plan = kPlans[0];
-    } else if (messageType == kMessageTypeRequestNoReturn) {
-        plan = kPlans[1];
-    } else if (messageType == kMessageTypeNotification) {
-        plan = kPlans[2];
-    } else if (static_cast<unsigned>(messageType - kMessageTypeResponse) <= 1) {  // response and error
-        plan = kPlans[3];
-    } else {
-        return false;
-    }
-    return true;
-}
-
 const std::string& ZQSomeIPIndexedMethod::styled() const
 {
     if (!rendered_) {
@@ -65,15 +36,6 @@ const std::string& ZQSomeIPIndexedMethod::styled() const
         rendered_ = true;
     }
     return styled_;
-}
-
-const ZQSomeIPCompiledFormat* ZQSomeIPIndexedMethod::compiled() const
-{
-    if (!compile_tried_) {
-        compiled_ = ZQSomeIPCompiledFormat::compile(styled());
-        compile_tried_ = true;
-    }
-    return compiled_.get();
 }
 
 uint64_t ZQSomeIPFormatIndex::key(int serviceID, int methodID, ZQSomeIPSearchKind kind)
@@ -117,7 +79,7 @@ bool ZQSomeIPFormatIndex::collect(const Json::Value& document, const AttributeRe
         bool attrRead = false;
         bool hasAttr = false;
         ZQSomeIPExtendAttr attr;
-        for (const ZQSomeIPSearchPlan& plan : kPlans) {
+        for (const ZQSomeIPSearchPlan& plan : kSearchPlans) {
             for (const char* arrayName : plan.arrays) {
                 if (arrayName == nullptr || !service[arrayName].isArray()) {
                     continue;
