@@ -49,7 +49,12 @@ public:
     // The current frame, for state created or touched now.
     Seen seen() const;
     // The current frame, numbered for state created now.
-    Seen created() { Seen s = seen(); s.order = ++order_; return s; }
+    Seen created()
+    {
+        Seen s = seen();
+        s.order = ++order_;
+        return s;
+    }
     // Kept state created now times out at `at`; setExpiry() when the earliest is known again.
     void expiresAt(int64_t at) { next_expiry_ = std::min(next_expiry_, at); }
     void setExpiry(int64_t at) { next_expiry_ = at; }

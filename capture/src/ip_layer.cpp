@@ -123,6 +123,8 @@ void IpLayer::ipv6Chain(IpPayload p, bool reassembled)
         if (hasLengthByte(p.proto)) {
             if (p.declared < kIpv6ExtensionHead) break;
             if (p.captured < kIpv6ExtensionHead) return void(++context_.stats().skipped_frames);
+            // The authentication header counts its length in 4-byte units less two, the others in 8-byte
+            // units less one.
             const uint32_t len = p.proto == kIpv6Auth ? (p.data[1] + 2u) * 4 : (p.data[1] + 1u) * 8;
             if (len > p.declared) break;
             if (len > p.captured) return void(++context_.stats().skipped_frames);
