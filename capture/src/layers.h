@@ -1,8 +1,8 @@
 // The capture reader's layers, a class each. Data flows upward only, every layer writing its records into
 // the shared Context:
 //
-//   LinkLayer -> IpLayer (IPv4, IPv6, fragments) -> TransportLayer (UDP datagrams, TCP streams)
-//             -> SomeIpLayer (messages, SOME/IP-TP) -> SdLayer (service discovery)
+//   LinkLayer -> IpLayer (IPv4, IPv6, fragments) -> TransportLayer (UDP datagrams, TCP streams in order)
+//             -> SomeIpLayer (messages cut from datagrams and streams, SOME/IP-TP) -> SdLayer (service discovery)
 #ifndef ZQ_SOMEIP_CAPTURE_LAYERS_H
 #define ZQ_SOMEIP_CAPTURE_LAYERS_H
 
@@ -30,6 +30,23 @@ private:
 
 // ---- SOME/IP messages and SOME/IP-TP ----
 
+// Where the SOME/IP layer stands in one direction of a TCP stream.
+struct StreamCut {
+    enum class Mode : uint8_t {
+        Deciding,  // no port selection: the first header decides whether the stream is SOME/IP
+        Synced,    // at a message boundary (pending: the start of an incomplete message)
+        Hunting,   // looking for a plausible header (pending: less than a header of unscanned bytes)
+        Stopped,   // not SOME/IP, or the connection has ended: no bytes are taken
+    };
+    Mode mode = Mode::Deciding;
+    std::vector<uint8_t> pending;
+    uint64_t pending_at = 0;     // stream offset of pending[0]
+    uint64_t skip_from = 0;      // hunting: where the bytes being passed over began
+    uint64_t skipped = 0;
+
+    bool following() const { return mode == Mode::Synced || mode == Mode::Hunting; }
+};
+
 struct TpMeta {
     uint8_t header[kHeaderSize] = {};  // the first segment's, once it has arrived
     Transport transport = Transport::Udp;
@@ -46,7 +63,23 @@ public:
     void expire(bool at_end) { tp_.expire(at_end); }
     int64_t nextExpiry() const { return tp_.nextExpiry(); }
 
+    // TCP streams: the transport layer hands over each direction's bytes in order; `o` says where the
+    // records about the stream come from. A stream is picked up at the start of a connection (at_start),
+    // or anywhere in one.
+    void streamStart(StreamCut& c, bool at_start) const;
+    // `n` bytes at stream offset `position`; stable: they outlive the call.
+    void streamBytes(StreamCut& c, const Origin& o, uint64_t position, const uint8_t* d, size_t n, bool stable);
+    // `missing` bytes at `position` never arrive (reported as `why`, with what they cost).
+    void streamGap(StreamCut& c, const Origin& o, ErrorCode code, uint64_t position, uint32_t missing, const std::string& why);
+    // The stream ends for `why`: what is held is reported and given back.
+    void streamEnd(StreamCut& c, const Origin& o, ErrorCode code, const char* why);
+    // What was held is gone; the next message is looked for from `position` on.
+    void streamResume(StreamCut& c, uint64_t position) const;
+    void streamStop(StreamCut& c) const { c.mode = StreamCut::Mode::Stopped; }
+
 private:
+    void cutPending(StreamCut& c, const Origin& o);
+    size_t cutRun(StreamCut& c, const Origin& o, const uint8_t* d, size_t n, bool copy, uint64_t at);
     void tpSegment(const Origin& o, const uint8_t* h, uint64_t total);
     void tpComplete(const Origin& o, Reassembly<TpMeta>::Entry& e);
     void dropped(const Reassembly<TpMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, bool at_end) override;
@@ -55,6 +88,7 @@ private:
     SdLayer& sd_;
     const bool any_port_;
     const uint32_t max_message_;
+    const uint64_t max_length_;  // the largest length field a stream's header may hold
     Reassembly<TpMeta> tp_;
 };
 
@@ -74,14 +108,6 @@ struct IpPayload {
 
 // One direction of a TCP connection.
 struct TcpStream {
-    enum class Mode : uint8_t {
-        Deciding,  // no port selection: the first header decides whether the stream is SOME/IP
-        Synced,    // at a message boundary (pending: the start of an incomplete message)
-        Hunting,   // looking for a plausible header (pending: less than a header of unscanned bytes)
-        Ignored,   // not SOME/IP
-        Closed,    // ended by FIN or RST; later segments are retransmissions
-    };
-    Mode mode = Mode::Deciding;
     bool have_seq = false;
     bool syn = false;            // a SYN was seen; isn is its sequence number
     bool fin = false;
@@ -89,10 +115,6 @@ struct TcpStream {
     uint32_t next_seq = 0;       // the next byte expected
     uint32_t fin_seq = 0;
     uint64_t position = 0;       // stream offset of next_seq, counting from the first byte seen
-    std::vector<uint8_t> pending;
-    uint64_t pending_at = 0;     // stream offset of pending[0]
-    uint64_t skip_from = 0;      // hunting: where the bytes being passed over began
-    uint64_t skipped = 0;
     struct Segment {
         uint32_t seq;
         std::vector<uint8_t> data;
@@ -102,9 +124,7 @@ struct TcpStream {
     size_t held = 0;             // bytes counted against Limits::tcp_bytes
     Endpoint source, destination;
     Seen first, last;
-
-    bool following() const { return mode == Mode::Synced || mode == Mode::Hunting; }
-    bool done() const { return mode == Mode::Ignored || mode == Mode::Closed; }
+    StreamCut cut;               // the SOME/IP layer's
 };
 
 class TransportLayer final {
@@ -125,8 +145,6 @@ private:
     void streamData(TcpStream& s, uint32_t seq, const uint8_t* d, uint32_t n);
     bool holdEarly(TcpStream& s, uint32_t seq, const uint8_t* d, uint32_t n);
     void deliver(TcpStream& s, const uint8_t* d, size_t n, bool stable);
-    void parsePending(TcpStream& s);
-    size_t parseRun(TcpStream& s, const uint8_t* d, size_t n, bool copy, uint64_t at);
     void drainEarly(TcpStream& s);
     void gap(TcpStream& s, uint32_t to_seq, ErrorCode code, const std::string& why);
     void finishStream(TcpStream& s, ErrorCode code, const char* why);
@@ -140,7 +158,6 @@ private:
     const bool any_port_;
     std::vector<uint64_t> ports_;  // one bit a port
     const Limits limits_;
-    const uint64_t max_length_;  // the largest length field a stream's header may hold
     Endpoint source_, destination_;  // the current packet's, formatted once per flow change
     std::unordered_map<Key, TcpStream, KeyHash> streams_;
     uint64_t stream_bytes_ = 0;
@@ -164,8 +181,8 @@ public:
     int64_t nextExpiry() const { return fragments_.nextExpiry(); }
 
 private:
-    // The IPv6 header chain from `next` on, with the packet's payload in `p` (only its addresses and
-    // protocol are read). reassembled: `p.data` is a reassembled datagram, which cannot hold fragments.
+    // The IPv6 header chain at p.data, starting with the header p.proto names. reassembled: p.data is a
+    // reassembled datagram, which cannot hold fragments.
     void ipv6Chain(IpPayload p, bool reassembled);
     // A fragment of `p`'s datagram: its payload at byte `offset`; more: others follow it.
     void fragment(const IpPayload& p, uint32_t id, uint32_t offset, bool more);

@@ -1,4 +1,5 @@
-// SOME/IP messages: headers checked, datagrams cut into messages, SOME/IP-TP segments put back together.
+// SOME/IP messages: headers checked, datagrams and TCP streams cut into messages, SOME/IP-TP segments put
+// back together.
 #include "layers.h"
 
 namespace ZQSomeIP {
@@ -18,10 +19,28 @@ constexpr uint32_t kTpOffsetMask = ~(kTpUnit - 1), kTpMoreSegments = 1;
 // The magic cookies: message IDs of either direction, and their fixed request ID.
 constexpr uint32_t kCookieClientId = 0xFFFF0000u, kCookieServerId = 0xFFFF8000u, kCookieRequestId = 0xDEADBEEFu;
 
+// A stream buffer this large after a big message is given back rather than kept for small ones.
+constexpr size_t kKeepCapacity = 64 * 1024;
+constexpr size_t kNotFound = static_cast<size_t>(-1);
+
 bool magicCookie(const uint8_t* h, uint64_t total)
 {
     const uint32_t id = be32(h);
     return total == kHeaderSize && (id == kCookieClientId || id == kCookieServerId) && be32(h + 8) == kCookieRequestId;
+}
+
+// The first offset in [0, n) holding a plausible header: consistent, and followed by another consistent
+// header wherever the data reach that far.
+size_t hunt(const uint8_t* d, size_t n, uint64_t max_length)
+{
+    for (size_t i = 0; n >= kHeaderSize && i <= n - kHeaderSize; ++i) {
+        if (checkHeader(d + i, max_length) != HeaderCheck::Ok) continue;
+        const uint64_t total = messageSize(d + i);
+        if (total <= n - i && n - i - total >= kHeaderSize && checkHeader(d + i + total, max_length) != HeaderCheck::Ok)
+            continue;
+        return i;
+    }
+    return kNotFound;
 }
 
 ReassemblyRules tpRules(const Limits& l)
@@ -76,9 +95,12 @@ void readHeader(const uint8_t* h, Header& out)
 
 SomeIpLayer::SomeIpLayer(Context& context, SdLayer& sd, const Options& options)
     : context_(context), sd_(sd), any_port_(options.ports.empty()), max_message_(options.limits.max_message),
+      max_length_(max_message_ > kLengthCountsFrom ? max_message_ - kLengthCountsFrom : 0),
       tp_(context, *this, tpRules(options.limits))
 {
 }
+
+// ---- UDP datagrams ----
 
 void SomeIpLayer::datagram(const Origin& o, const uint8_t* d, uint32_t captured, uint32_t declared, uint64_t at)
 {
@@ -140,6 +162,136 @@ void SomeIpLayer::message(const Origin& o, const uint8_t* h, uint64_t total, boo
     ++context_.stats().messages;
     sd_.attach(m);
 }
+
+// ---- TCP streams ----
+
+void SomeIpLayer::streamStart(StreamCut& c, bool at_start) const
+{
+    c.mode = any_port_ ? StreamCut::Mode::Deciding : at_start ? StreamCut::Mode::Synced : StreamCut::Mode::Hunting;
+}
+
+void SomeIpLayer::streamBytes(StreamCut& c, const Origin& o, uint64_t position, const uint8_t* d, size_t n, bool stable)
+{
+    if (c.mode == StreamCut::Mode::Stopped) return;
+    if (c.pending.empty()) {
+        c.pending_at = position;
+        if (c.mode == StreamCut::Mode::Synced) {
+            const size_t used = cutRun(c, o, d, n, !stable, position);
+            d += used;
+            n -= used;
+            c.pending_at += used;
+            if (n == 0) return;
+        }
+    }
+    c.pending.insert(c.pending.end(), d, d + n);
+    cutPending(c, o);
+}
+
+void SomeIpLayer::cutPending(StreamCut& c, const Origin& o)
+{
+    std::vector<uint8_t>& b = c.pending;
+    size_t pos = 0;
+    for (;;) {
+        if (c.mode == StreamCut::Mode::Deciding) {
+            if (b.size() - pos < kHeaderSize) break;
+            if (checkHeader(b.data() + pos, max_length_) != HeaderCheck::Ok) {
+                c.mode = StreamCut::Mode::Stopped;
+                pos = b.size();
+                break;
+            }
+            c.mode = StreamCut::Mode::Synced;
+        }
+        if (c.mode == StreamCut::Mode::Hunting) {
+            const size_t found = hunt(b.data() + pos, b.size() - pos, max_length_);
+            if (found == kNotFound) {  // what could still begin a header stays
+                const size_t keep = std::min<size_t>(kHeaderSize - 1, b.size() - pos);
+                c.skipped += b.size() - pos - keep;
+                pos = b.size() - keep;
+                break;
+            }
+            c.skipped += found;
+            pos += found;
+            if (c.skipped > 0)
+                context_.error(o, ErrorCode::TcpSkipped, c.skip_from,
+                               text("%llu bytes passed over to a plausible header at stream offset %llu", ull(c.skipped),
+                                    ull(c.pending_at + pos)));
+            c.skipped = 0;
+            c.mode = StreamCut::Mode::Synced;
+        }
+        if (c.mode != StreamCut::Mode::Synced) break;
+        pos += cutRun(c, o, b.data() + pos, b.size() - pos, true, c.pending_at + pos);
+        if (c.mode == StreamCut::Mode::Synced) break;  // the rest is an incomplete message
+    }
+    b.erase(b.begin(), b.begin() + static_cast<std::ptrdiff_t>(pos));
+    c.pending_at += pos;
+    if (b.empty() && b.capacity() > kKeepCapacity) std::vector<uint8_t>().swap(b);
+}
+
+size_t SomeIpLayer::cutRun(StreamCut& c, const Origin& o, const uint8_t* d, size_t n, bool copy, uint64_t at)
+{
+    size_t pos = 0;
+    while (n - pos >= kHeaderSize) {
+        const uint8_t* h = d + pos;
+        const HeaderCheck check = checkHeader(h, max_length_);
+        if (check != HeaderCheck::Ok) {
+            context_.headerError(o, ErrorCode::BadHeader, at + pos,
+                                 text("header at stream offset %llu: %s", ull(at + pos), headerCheckText(check)), h);
+            c.mode = StreamCut::Mode::Hunting;
+            c.skip_from = at + pos + 1;
+            c.skipped = 0;
+            return pos + 1;
+        }
+        const uint64_t total = messageSize(h);
+        if (total > n - pos) break;
+        message(o, h, total, copy);
+        pos += static_cast<size_t>(total);
+    }
+    return pos;
+}
+
+void SomeIpLayer::streamGap(StreamCut& c, const Origin& o, ErrorCode code, uint64_t position, uint32_t missing,
+                            const std::string& why)
+{
+    if (c.following()) {
+        std::string t = text("%u bytes %s at stream offset %llu", missing, why.c_str(), ull(position));
+        if (c.mode == StreamCut::Mode::Synced && !c.pending.empty())
+            t += text("; the message begun at offset %llu is lost", ull(c.pending_at));
+        else if (c.mode == StreamCut::Mode::Hunting && c.skipped + c.pending.size() > 0)
+            t += text("; %llu bytes before it held no plausible header", ull(c.skipped + c.pending.size()));
+        context_.error(o, code, position, t);
+        c.mode = StreamCut::Mode::Hunting;
+    } else if (c.mode == StreamCut::Mode::Deciding) {
+        c.mode = StreamCut::Mode::Stopped;  // the start was never seen whole: nothing to decide on
+    }
+    c.pending.clear();
+    c.skipped = 0;
+    c.skip_from = position + missing;
+}
+
+void SomeIpLayer::streamEnd(StreamCut& c, const Origin& o, ErrorCode code, const char* why)
+{
+    const size_t pending = c.pending.size();
+    if (c.mode == StreamCut::Mode::Synced && pending >= kHeaderSize) {
+        context_.headerError(o, code, c.pending_at,
+                             text("%s inside a message: %zu of %llu bytes arrived", why, pending, ull(messageSize(c.pending.data()))),
+                             c.pending.data());
+    } else if (c.mode == StreamCut::Mode::Synced && pending > 0) {
+        context_.error(o, code, c.pending_at, text("%s inside a message header (%zu bytes)", why, pending));
+    } else if (c.mode == StreamCut::Mode::Hunting && c.skipped + pending > 0) {
+        context_.error(o, ErrorCode::TcpSkipped, c.skip_from,
+                       text("%llu bytes without a plausible header before %s", ull(c.skipped + pending), why));
+    }
+    std::vector<uint8_t>().swap(c.pending);
+    c.skipped = 0;
+}
+
+void SomeIpLayer::streamResume(StreamCut& c, uint64_t position) const
+{
+    if (c.mode == StreamCut::Mode::Synced) c.mode = StreamCut::Mode::Hunting;
+    c.skip_from = position;
+}
+
+// ---- SOME/IP-TP ----
 
 void SomeIpLayer::tpSegment(const Origin& o, const uint8_t* h, uint64_t total)
 {

@@ -1,4 +1,4 @@
-// UDP datagrams handed on whole; TCP byte streams put in order and cut into SOME/IP messages.
+// UDP datagrams handed on whole; TCP byte streams put in order, for the SOME/IP layer to cut into messages.
 #include "layers.h"
 
 namespace ZQSomeIP {
@@ -15,23 +15,6 @@ enum : uint8_t { kFin = 0x01, kSyn = 0x02, kRst = 0x04 };
 
 // Out-of-order segments held per stream direction: each is searched when the stream advances.
 constexpr size_t kMaxEarlySegments = 256;
-// A stream buffer this large after a big message is given back rather than kept for small ones.
-constexpr size_t kKeepCapacity = 64 * 1024;
-constexpr size_t kNotFound = static_cast<size_t>(-1);
-
-// The first offset in [0, n) holding a plausible header: consistent, and followed by another consistent
-// header wherever the data reach that far.
-size_t hunt(const uint8_t* d, size_t n, uint64_t max_length)
-{
-    for (size_t i = 0; n >= kHeaderSize && i <= n - kHeaderSize; ++i) {
-        if (checkHeader(d + i, max_length) != HeaderCheck::Ok) continue;
-        const uint64_t total = messageSize(d + i);
-        if (total <= n - i && n - i - total >= kHeaderSize && checkHeader(d + i + total, max_length) != HeaderCheck::Ok)
-            continue;
-        return i;
-    }
-    return kNotFound;
-}
 
 void setCached(Endpoint& e, uint8_t family, const uint8_t* address, uint16_t port)
 {
@@ -50,8 +33,7 @@ uint32_t earliest(const TcpStream& s, uint32_t from)
 }  // namespace
 
 TransportLayer::TransportLayer(Context& context, SomeIpLayer& someip, const Options& options)
-    : context_(context), someip_(someip), any_port_(options.ports.empty()), ports_(65536 / 64, 0), limits_(options.limits),
-      max_length_(limits_.max_message > kLengthCountsFrom ? limits_.max_message - kLengthCountsFrom : 0)
+    : context_(context), someip_(someip), any_port_(options.ports.empty()), ports_(65536 / 64, 0), limits_(options.limits)
 {
     for (uint16_t p : options.ports) ports_[p >> 6] |= uint64_t{1} << (p & 63);
 }
@@ -107,20 +89,19 @@ void TransportLayer::tcpSegment(const IpPayload& p)
     s.last = context_.seen();
     uint32_t seq = be32(p.data + kTcpSeqAt);
     if (flags & kSyn) seq = synchronize(s, seq);
-    if (s.done()) {
+    if (s.cut.mode == StreamCut::Mode::Stopped) {
         ++context_.stats().skipped_frames;
         return;
     }
     if (flags & kRst) {
         finishStream(s, ErrorCode::TcpIncomplete, "the connection was reset");
-        s.mode = TcpStream::Mode::Closed;
+        someip_.streamStop(s.cut);
         account(s);
         return;
     }
     if (!s.have_seq) {
         s.have_seq = true;
         s.next_seq = seq;
-        s.skip_from = 0;
     }
     if (have > 0) streamData(s, seq, p.data + doff, have);
     if (have < length && seq + have == s.next_seq) gap(s, seq + length, ErrorCode::FrameCut, "cut by the snaplen");
@@ -131,7 +112,7 @@ void TransportLayer::tcpSegment(const IpPayload& p)
     }
     if (s.fin && s.next_seq == s.fin_seq && s.early.empty()) {
         finishStream(s, ErrorCode::TcpIncomplete, "the connection was closed");
-        s.mode = TcpStream::Mode::Closed;
+        someip_.streamStop(s.cut);
     }
     account(s);
     enforceStreamBudget(&s);
@@ -150,7 +131,7 @@ TcpStream* TransportLayer::stream(const IpPayload& p, bool starts)
     }
     if (streams_.size() >= limits_.tcp_streams) evictStream(nullptr, "more streams than the limit", false);
     TcpStream& s = streams_.emplace(key, TcpStream{}).first->second;
-    s.mode = any_port_ ? TcpStream::Mode::Deciding : TcpStream::Mode::Hunting;
+    someip_.streamStart(s.cut, false);
     s.source = source_;
     s.destination = destination_;
     s.first = context_.created();
@@ -162,8 +143,8 @@ uint32_t TransportLayer::synchronize(TcpStream& s, uint32_t seq)
 {
     if (s.syn && s.isn == seq) return seq + 1;  // a repeated SYN
     // A (new) connection starts here.
-    if (s.following()) finishStream(s, ErrorCode::TcpIncomplete, "a new connection started on the same ports");
-    s.mode = any_port_ ? TcpStream::Mode::Deciding : TcpStream::Mode::Synced;
+    if (s.cut.following()) finishStream(s, ErrorCode::TcpIncomplete, "a new connection started on the same ports");
+    someip_.streamStart(s.cut, true);
     s.syn = true;
     s.isn = seq;
     s.have_seq = true;
@@ -243,103 +224,14 @@ void TransportLayer::drainEarly(TcpStream& s)
 void TransportLayer::gap(TcpStream& s, uint32_t to_seq, ErrorCode code, const std::string& why)
 {
     const uint32_t missing = to_seq - s.next_seq;
-    if (s.following()) {
-        std::string t = text("%u bytes %s at stream offset %llu", missing, why.c_str(), ull(s.position));
-        if (s.mode == TcpStream::Mode::Synced && !s.pending.empty())
-            t += text("; the message begun at offset %llu is lost", ull(s.pending_at));
-        else if (s.mode == TcpStream::Mode::Hunting && s.skipped + s.pending.size() > 0)
-            t += text("; %llu bytes before it held no plausible header", ull(s.skipped + s.pending.size()));
-        context_.error(streamOrigin(s), code, s.position, t);
-        s.mode = TcpStream::Mode::Hunting;
-    } else if (s.mode == TcpStream::Mode::Deciding) {
-        s.mode = TcpStream::Mode::Ignored;  // the start was never seen whole: nothing to decide on
-    }
-    s.pending.clear();
-    s.skipped = 0;
+    someip_.streamGap(s.cut, streamOrigin(s), code, s.position, missing, why);
     s.next_seq = to_seq;
     s.position += missing;
-    s.skip_from = s.position;
 }
-
-// ---- messages out of the bytes ----
 
 void TransportLayer::deliver(TcpStream& s, const uint8_t* d, size_t n, bool stable)
 {
-    if (s.done()) return;
-    if (s.pending.empty()) {
-        s.pending_at = s.position;
-        if (s.mode == TcpStream::Mode::Synced) {
-            const size_t used = parseRun(s, d, n, !stable, s.position);
-            d += used;
-            n -= used;
-            s.pending_at += used;
-            if (n == 0) return;
-        }
-    }
-    s.pending.insert(s.pending.end(), d, d + n);
-    parsePending(s);
-}
-
-void TransportLayer::parsePending(TcpStream& s)
-{
-    std::vector<uint8_t>& b = s.pending;
-    size_t pos = 0;
-    for (;;) {
-        if (s.mode == TcpStream::Mode::Deciding) {
-            if (b.size() - pos < kHeaderSize) break;
-            if (checkHeader(b.data() + pos, max_length_) != HeaderCheck::Ok) {
-                s.mode = TcpStream::Mode::Ignored;
-                pos = b.size();
-                break;
-            }
-            s.mode = TcpStream::Mode::Synced;
-        }
-        if (s.mode == TcpStream::Mode::Hunting) {
-            const size_t found = hunt(b.data() + pos, b.size() - pos, max_length_);
-            if (found == kNotFound) {  // what could still begin a header stays
-                const size_t keep = std::min<size_t>(kHeaderSize - 1, b.size() - pos);
-                s.skipped += b.size() - pos - keep;
-                pos = b.size() - keep;
-                break;
-            }
-            s.skipped += found;
-            pos += found;
-            if (s.skipped > 0)
-                context_.error(streamOrigin(s), ErrorCode::TcpSkipped, s.skip_from,
-                               text("%llu bytes passed over to a plausible header at stream offset %llu", ull(s.skipped),
-                                    ull(s.pending_at + pos)));
-            s.skipped = 0;
-            s.mode = TcpStream::Mode::Synced;
-        }
-        if (s.mode != TcpStream::Mode::Synced) break;
-        pos += parseRun(s, b.data() + pos, b.size() - pos, true, s.pending_at + pos);
-        if (s.mode == TcpStream::Mode::Synced) break;  // the rest is an incomplete message
-    }
-    b.erase(b.begin(), b.begin() + static_cast<std::ptrdiff_t>(pos));
-    s.pending_at += pos;
-    if (b.empty() && b.capacity() > kKeepCapacity) std::vector<uint8_t>().swap(b);
-}
-
-size_t TransportLayer::parseRun(TcpStream& s, const uint8_t* d, size_t n, bool copy, uint64_t at)
-{
-    size_t pos = 0;
-    while (n - pos >= kHeaderSize) {
-        const uint8_t* h = d + pos;
-        const HeaderCheck c = checkHeader(h, max_length_);
-        if (c != HeaderCheck::Ok) {
-            context_.headerError(streamOrigin(s), ErrorCode::BadHeader, at + pos,
-                                 text("header at stream offset %llu: %s", ull(at + pos), headerCheckText(c)), h);
-            s.mode = TcpStream::Mode::Hunting;
-            s.skip_from = at + pos + 1;
-            s.skipped = 0;
-            return pos + 1;
-        }
-        const uint64_t total = messageSize(h);
-        if (total > n - pos) break;
-        someip_.message(streamOrigin(s), h, total, copy);
-        pos += static_cast<size_t>(total);
-    }
-    return pos;
+    someip_.streamBytes(s.cut, streamOrigin(s), s.position, d, n, stable);
 }
 
 // ---- ends and bounds ----
@@ -347,28 +239,16 @@ size_t TransportLayer::parseRun(TcpStream& s, const uint8_t* d, size_t n, bool c
 void TransportLayer::finishStream(TcpStream& s, ErrorCode code, const char* why)
 {
     const Origin o = streamOrigin(s);
-    const size_t pending = s.pending.size();
-    if (s.mode == TcpStream::Mode::Synced && pending >= kHeaderSize) {
-        context_.headerError(o, code, s.pending_at,
-                             text("%s inside a message: %zu of %llu bytes arrived", why, pending, ull(messageSize(s.pending.data()))),
-                             s.pending.data());
-    } else if (s.mode == TcpStream::Mode::Synced && pending > 0) {
-        context_.error(o, code, s.pending_at, text("%s inside a message header (%zu bytes)", why, pending));
-    } else if (s.mode == TcpStream::Mode::Hunting && s.skipped + pending > 0) {
-        context_.error(o, ErrorCode::TcpSkipped, s.skip_from,
-                       text("%llu bytes without a plausible header before %s", ull(s.skipped + pending), why));
-    }
-    if (s.early_bytes > 0 && s.following())
+    someip_.streamEnd(s.cut, o, code, why);
+    if (s.early_bytes > 0 && s.cut.following())
         context_.error(o, code, s.position, text("%s with %zu bytes held out of order", why, s.early_bytes));
-    std::vector<uint8_t>().swap(s.pending);
     s.early.clear();
     s.early_bytes = 0;
-    s.skipped = 0;
 }
 
 void TransportLayer::account(TcpStream& s)
 {
-    const size_t held = s.pending.capacity() + s.early_bytes;
+    const size_t held = s.cut.pending.capacity() + s.early_bytes;
     stream_bytes_ = stream_bytes_ - s.held + held;
     s.held = held;
 }
@@ -398,8 +278,7 @@ void TransportLayer::enforceStreamBudget(TcpStream* keep)
         if (evictStream(keep, why, true)) continue;
         if (keep) {  // this stream alone is over: what it holds goes
             finishStream(*keep, ErrorCode::ReassemblyLimit, why);
-            if (keep->mode == TcpStream::Mode::Synced) keep->mode = TcpStream::Mode::Hunting;
-            keep->skip_from = keep->position;
+            someip_.streamResume(keep->cut, keep->position);
             account(*keep);
         }
         break;
