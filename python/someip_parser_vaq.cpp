@@ -454,8 +454,8 @@ private:
 
     std::string path_;
     std::shared_ptr<const ZQSomeIPFormatSet> set_;
-    someip_json::PlainPayloadDecoder decoder_;
-    someip_json::CaptureLineWriter writer_;
+    capture_lines::PlainPayloadDecoder decoder_;
+    capture_lines::CaptureLineWriter writer_;
     const bool lines_;
     std::unique_ptr<cap::CaptureReader> reader_;
     cap::Message message_;

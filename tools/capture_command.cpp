@@ -21,6 +21,12 @@ namespace {
 
 namespace cap = ZQSomeIP::capture;
 using Clock = std::chrono::steady_clock;
+using capture_lines::CaptureLineWriter;
+using capture_lines::DecodedPayload;
+using capture_lines::LineOutcome;
+using capture_lines::PayloadDecoder;
+using capture_lines::PayloadFailure;
+using capture_lines::PlainPayloadDecoder;
 
 // The tool's classic converter as the lines' payload decoder (the plain form has its own).
 class ConverterDecoder : public PayloadDecoder {

@@ -214,74 +214,10 @@ public:
     {
         for (;;) {
             const uint64_t at = in_->consumed();
-            uint8_t head[12];
-            const size_t got = in_->read(head, 8);
-            if (got == 0 && !in_->failed()) return 0;
-            if (got < 8) return damaged(at, "the file ends inside a block header");
-            // The section header's type reads the same in both orders; other blocks follow their section's.
-            const uint32_t type = le32(head) == kSectionHeader ? kSectionHeader : u32(head);
-            size_t have = 0;                   // body bytes already read
-            if (type == kSectionHeader) {
-                if (in_->read(head + 8, 4) < 4) return damaged(at, "the file ends inside a section header");
-                const uint32_t mark = le32(head + 8);
-                if (mark != 0x1A2B3C4Du && mark != 0x4D3C2B1Au) return damaged(at, "unknown byte-order mark");
-                big_ = mark == 0x4D3C2B1Au;
-                have = 4;
-            } else if (!in_section_) {
-                return damaged(at, "a block before the first section header");
-            }
-            const uint32_t total = u32(head + 4);
-            if (total < (type == kSectionHeader ? 28u : 12u) || total % 4 != 0)
-                return damaged(at, "block length " + std::to_string(total) + " is impossible");
-            const uint32_t body = total - 12;
-            const bool wanted = type == kSectionHeader || type == kInterface || type == kEnhancedPacket ||
-                                type == kSimplePacket || type == kObsoletePacket;
-            if (!wanted) {
-                if (in_->skip(body + 4ull) < body + 4ull) return truncated(at);
-                continue;
-            }
-            if (total > kMaxBlock)
-                return damaged(at, "a " + std::to_string(total) + "-byte block, more than the 16 MiB accepted");
-            block_.resize(body + 4);
-            std::memcpy(block_.data(), head + 8, have);
-            if (in_->read(block_.data() + have, body + 4 - have) < body + 4 - have) return truncated(at);
-            if (u32(block_.data() + body) != total)
-                return damaged(at, "trailing block length differs from the leading one");
-            const uint8_t* b = block_.data();
-            switch (type) {
-            case kSectionHeader:
-                if (u16(b + 4) != 1) return damaged(at, "section version " + std::to_string(u16(b + 4)) + " is not 1");
-                in_section_ = true;
-                interfaces_.clear();
-                break;
-            case kInterface:
-                if (body < 8) return damaged(at, "interface description too short");
-                if (interfaces_.size() >= kMaxInterfaces) return damaged(at, "more than 65536 interfaces");
-                if (!addInterface(b, body)) return damaged(at, "an interface option runs past its block");
-                break;
-            case kEnhancedPacket:
-            case kObsoletePacket: {
-                if (body < 20) return damaged(at, "packet block too short");
-                const uint32_t id = type == kEnhancedPacket ? u32(b) : u16(b);
-                const uint32_t cap = u32(b + 12);
-                if (cap > body - 20) return damaged(at, "packet data run past its block");
-                if (id >= interfaces_.size()) return damaged(at, "packet on undescribed interface " + std::to_string(id));
-                const Interface& i = interfaces_[id];
-                stamp(i, uint64_t{u32(b + 4)} << 32 | u32(b + 8), f);
-                return frame(i, b + 20, cap, u32(b + 16), f);
-            }
-            case kSimplePacket: {
-                if (body < 4) return damaged(at, "simple packet block too short");
-                if (interfaces_.empty()) return damaged(at, "packet before any interface description");
-                const Interface& i = interfaces_[0];
-                uint32_t cap = std::min(u32(b), body - 4);
-                if (i.snaplen != 0) cap = std::min(cap, i.snaplen);
-                f.seconds = 0;
-                f.nanoseconds = 0;
-                f.time_digits = i.digits;
-                return frame(i, b + 4, cap, u32(b), f);
-            }
-            }
+            uint32_t type = 0, body = 0;
+            int r = readBlock(at, type, body);
+            if (r == 1) r = useBlock(at, type, body, f);
+            if (r != kNoFrame) return r;
         }
     }
 
@@ -304,6 +240,86 @@ private:
         uint8_t digits = 6;
         int64_t offset = 0;    // seconds added to every timestamp
     };
+
+    // next()'s results, and one for a block that yields no frame.
+    static constexpr int kNoFrame = 2;
+
+    // Reads the block at `at`: its body and trailing length into block_ when it is of a wanted type
+    // (1), or passes over it (kNoFrame); 0 at the clean end of the file, -1 when it is damaged.
+    int readBlock(uint64_t at, uint32_t& type, uint32_t& body)
+    {
+        uint8_t head[12];
+        const size_t got = in_->read(head, 8);
+        if (got == 0 && !in_->failed()) return 0;
+        if (got < 8) return damaged(at, "the file ends inside a block header");
+        // The section header's type reads the same in both orders; other blocks follow their section's.
+        type = le32(head) == kSectionHeader ? kSectionHeader : u32(head);
+        size_t have = 0;                   // body bytes already read
+        if (type == kSectionHeader) {
+            if (in_->read(head + 8, 4) < 4) return damaged(at, "the file ends inside a section header");
+            const uint32_t mark = le32(head + 8);
+            if (mark != 0x1A2B3C4Du && mark != 0x4D3C2B1Au) return damaged(at, "unknown byte-order mark");
+            big_ = mark == 0x4D3C2B1Au;
+            have = 4;
+        } else if (!in_section_) {
+            return damaged(at, "a block before the first section header");
+        }
+        const uint32_t total = u32(head + 4);
+        if (total < (type == kSectionHeader ? 28u : 12u) || total % 4 != 0)
+            return damaged(at, "block length " + std::to_string(total) + " is impossible");
+        body = total - 12;
+        const bool wanted = type == kSectionHeader || type == kInterface || type == kEnhancedPacket ||
+                            type == kSimplePacket || type == kObsoletePacket;
+        if (!wanted) return in_->skip(body + 4ull) < body + 4ull ? truncated(at) : kNoFrame;
+        if (total > kMaxBlock)
+            return damaged(at, "a " + std::to_string(total) + "-byte block, more than the 16 MiB accepted");
+        block_.resize(body + 4);
+        std::memcpy(block_.data(), head + 8, have);
+        if (in_->read(block_.data() + have, body + 4 - have) < body + 4 - have) return truncated(at);
+        if (u32(block_.data() + body) != total)
+            return damaged(at, "trailing block length differs from the leading one");
+        return 1;
+    }
+
+    // The block read into block_: a frame (1), or what it says about those to come (kNoFrame), or -1.
+    int useBlock(uint64_t at, uint32_t type, uint32_t body, Frame& f)
+    {
+        const uint8_t* b = block_.data();
+        switch (type) {
+        case kSectionHeader:
+            if (u16(b + 4) != 1) return damaged(at, "section version " + std::to_string(u16(b + 4)) + " is not 1");
+            in_section_ = true;
+            interfaces_.clear();
+            return kNoFrame;
+        case kInterface:
+            if (body < 8) return damaged(at, "interface description too short");
+            if (interfaces_.size() >= kMaxInterfaces) return damaged(at, "more than 65536 interfaces");
+            if (!addInterface(b, body)) return damaged(at, "an interface option runs past its block");
+            return kNoFrame;
+        case kEnhancedPacket:
+        case kObsoletePacket: {
+            if (body < 20) return damaged(at, "packet block too short");
+            const uint32_t id = type == kEnhancedPacket ? u32(b) : u16(b);
+            const uint32_t cap = u32(b + 12);
+            if (cap > body - 20) return damaged(at, "packet data run past its block");
+            if (id >= interfaces_.size()) return damaged(at, "packet on undescribed interface " + std::to_string(id));
+            const Interface& i = interfaces_[id];
+            stamp(i, uint64_t{u32(b + 4)} << 32 | u32(b + 8), f);
+            return frame(i, b + 20, cap, u32(b + 16), f);
+        }
+        default: {  // kSimplePacket
+            if (body < 4) return damaged(at, "simple packet block too short");
+            if (interfaces_.empty()) return damaged(at, "packet before any interface description");
+            const Interface& i = interfaces_[0];
+            uint32_t cap = std::min(u32(b), body - 4);
+            if (i.snaplen != 0) cap = std::min(cap, i.snaplen);
+            f.seconds = 0;
+            f.nanoseconds = 0;
+            f.time_digits = i.digits;
+            return frame(i, b + 4, cap, u32(b), f);
+        }
+        }
+    }
 
     static uint32_t le32(const uint8_t* p) { return uint32_t{p[3]} << 24 | uint32_t{p[2]} << 16 | uint32_t{p[1]} << 8 | p[0]; }
     uint32_t u32(const uint8_t* p) const { return big_ ? be32(p) : le32(p); }

@@ -21,6 +21,10 @@ inline uint32_t be32(const uint8_t* p)
     return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
 }
 
+// One line of a record's text, printf-style (at most 255 characters).
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+inline unsigned long long ull(uint64_t v) { return v; }
+
 // ---- Frames ----
 
 // Link types as capture files name them (LINKTYPE_*); the DLT values libpcap hands out for raw IP are
@@ -63,9 +67,17 @@ std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::strin
 
 // ---- Addresses ----
 
+// IP protocol numbers of the transports the reader follows.
+enum : uint8_t { kProtoTcp = 6, kProtoUdp = 17 };
+
+// Address bytes: an IPv6 address; an IPv4 one takes the first four (Endpoint::address holds either).
+constexpr size_t kAddressSize = 16;
+inline size_t addressSize(uint8_t family) { return family == 4 ? 4 : kAddressSize; }
+
 void setEndpoint(Endpoint& e, uint8_t family, const uint8_t* address, uint16_t port, bool with_port);
 
-// A fixed-size flow or reassembly key: bytes compared and hashed as six words.
+// A fixed-size flow or reassembly key: bytes compared and hashed as six words. Every key holds its
+// layer's own fields in the first kKeyFieldsSize bytes, then the source and the destination address.
 struct Key {
     uint64_t w[6] = {};
     bool operator==(const Key& o) const { return std::memcmp(w, o.w, sizeof w) == 0; }
@@ -83,45 +95,28 @@ inline void keyPut(Key& k, size_t at, const void* bytes, size_t size)
 {
     std::memcpy(reinterpret_cast<uint8_t*>(k.w) + at, bytes, size);
 }
-
-// ---- Reassembly ----
-
-// Bytes of one datagram or message gathered from pieces that arrive at byte offsets in any order.
-class PieceSet {
-public:
-    enum class Add { Added, Duplicate, Overlap, EndConflict, TooManyPieces };
-
-    // Adds `size` bytes at `offset`; `last` marks the piece that ends the whole. The caller has checked
-    // offset + size against its own maximum. Anything but Added leaves the set as it was: a piece that lies
-    // inside bytes already held and repeats them is a Duplicate; any other overlap, or a disagreement about
-    // where the whole ends, is refused.
-    Add add(uint32_t offset, const uint8_t* data, uint32_t size, bool last, uint32_t max_pieces);
-
-    bool complete() const
-    {
-        return have_last_ && (end_ == 0 || (ranges_.size() == 1 && ranges_[0].first == 0 && ranges_[0].second == end_));
-    }
-    bool haveLast() const { return have_last_; }
-    uint32_t end() const { return end_; }
-    uint32_t pieces() const { return pieces_; }
-    size_t held() const { return data_.capacity(); }
-    uint32_t firstMissing() const { return ranges_.empty() || ranges_[0].first != 0 ? 0 : ranges_[0].second; }
-    uint32_t covered() const;
-    // The whole, once complete; the caller may take the vector.
-    std::vector<uint8_t>& bytes() { return data_; }
-
-private:
-    std::vector<uint8_t> data_;
-    std::vector<std::pair<uint32_t, uint32_t>> ranges_;  // sorted, disjoint, not touching
-    uint32_t end_ = 0;
-    uint32_t pieces_ = 0;
-    bool have_last_ = false;
-};
+constexpr size_t kKeyFieldsSize = 16;
+// A key with the flow's addresses (`size` bytes each) in place; the layer adds its fields.
+inline Key addressKey(const uint8_t* source, const uint8_t* destination, size_t size)
+{
+    Key k;
+    keyPut(k, kKeyFieldsSize, source, size);
+    keyPut(k, kKeyFieldsSize + kAddressSize, destination, size);
+    return k;
+}
 
 // ---- SOME/IP header checks ----
 
+// The header: message ID, length, request ID, then protocol version, interface version, message type and
+// return code. The length field counts the bytes from the request ID on.
+constexpr uint32_t kHeaderSize = 16;
+constexpr uint32_t kLengthCountsFrom = 8;
+constexpr uint8_t kTpFlag = 0x20;  // in the message type: a SOME/IP-TP segment
+// The whole message's size by its length field.
+inline uint64_t messageSize(const uint8_t* h) { return kLengthCountsFrom + uint64_t{be32(h + 4)}; }
+
 enum class HeaderCheck { Ok, ShortLength, Version, Type, ReturnCode, TooLong };
-// Checks the 16 bytes at `h` for consistency; `max_length` bounds the length field.
+// Checks the kHeaderSize bytes at `h` for consistency; `max_length` bounds the length field.
 HeaderCheck checkHeader(const uint8_t* h, uint64_t max_length);
 const char* headerCheckText(HeaderCheck c);
 void readHeader(const uint8_t* h, Header& out);

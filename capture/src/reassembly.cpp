@@ -1,7 +1,5 @@
-// Piece collection for IP fragments and SOME/IP-TP segments, and the SOME/IP header checks.
-#include <algorithm>
-
-#include "capture_internal.h"
+// Piece collection for IP fragments and SOME/IP-TP segments, and the words their tables report with.
+#include "reassembly.h"
 
 namespace ZQSomeIP {
 namespace capture {
@@ -53,60 +51,37 @@ uint32_t PieceSet::covered() const
     return n;
 }
 
-HeaderCheck checkHeader(const uint8_t* h, uint64_t max_length)
+std::string pieceRefused(const ReassemblyRules& r, PieceSet::Add why, const Piece& p)
 {
-    const uint32_t length = be32(h + 4);
-    const uint8_t type = h[14];
-    switch (type & ~0x20) {
-    case 0x00: case 0x01: case 0x02: case 0x80: case 0x81: break;
-    default: return HeaderCheck::Type;
+    switch (why) {
+    case PieceSet::Add::Overlap:
+        return text("%s at bytes %u..%u overlaps bytes already held with other content", r.piece, p.offset, p.offset + p.size);
+    case PieceSet::Add::EndConflict:
+        return text("%ss disagree on where the %s ends (this one: offset %u, %u bytes%s)", r.piece, r.whole, p.offset, p.size,
+                    p.last ? ", last" : "");
+    default:
+        return text("more than %u separate pieces in one %s", r.max_pieces, r.whole);
     }
-    if (h[12] != 1) return HeaderCheck::Version;
-    if (length < ((type & 0x20) ? 12u : 8u)) return HeaderCheck::ShortLength;
-    if (h[15] > 0x5E) return HeaderCheck::ReturnCode;
-    if (length > max_length) return HeaderCheck::TooLong;
-    return HeaderCheck::Ok;
 }
 
-const char* headerCheckText(HeaderCheck c)
+std::string tooManyWholes(const ReassemblyRules& r)
 {
-    switch (c) {
-    case HeaderCheck::Ok: return "consistent";
-    case HeaderCheck::ShortLength: return "length field too small for the header";
-    case HeaderCheck::Version: return "protocol version is not 1";
-    case HeaderCheck::Type: return "unknown message type";
-    case HeaderCheck::ReturnCode: return "return code above 0x5E";
-    case HeaderCheck::TooLong: return "length field above the accepted maximum";
-    }
-    return "?";
+    return text("more than %u %ss in reassembly; the oldest is dropped", r.max_wholes, r.whole);
 }
 
-void readHeader(const uint8_t* h, Header& out)
+std::string tooManyBytes(const ReassemblyRules& r)
 {
-    out.service = be16(h);
-    out.method = be16(h + 2);
-    out.length = be32(h + 4);
-    out.client = be16(h + 8);
-    out.session = be16(h + 10);
-    out.protocol_version = h[12];
-    out.interface_version = h[13];
-    out.message_type = h[14];
-    out.return_code = h[15];
+    return text("%s buffers above %llu bytes; the oldest %s is dropped", r.piece, ull(r.max_bytes), r.whole);
+}
+
+std::string wholeMissing(const ReassemblyRules& r, const PieceSet& p, bool at_end)
+{
+    const char* when = at_end ? "the capture ended" : "timed out";
+    if (p.haveLast())
+        return text("%s with bytes from %u of %u missing (%u %ss held)", when, p.firstMissing(), p.end(), p.pieces(), r.piece);
+    return text("%s before the last %s arrived (%u %ss, %u bytes held)", when, r.piece, p.pieces(), r.piece, p.covered());
 }
 
 }  // namespace detail
-
-const char* errorName(ErrorCode code)
-{
-    static const char* const names[kErrorCodeCount] = {
-        "none", "frame-cut", "ip-malformed", "ip-fragment-overlap", "ip-fragment-invalid", "ip-fragments-missing",
-        "transport-malformed", "tcp-gap", "tcp-skipped", "tcp-incomplete", "someip-bad-header",
-        "someip-runs-past-datagram", "someip-trailing-bytes", "tp-invalid", "tp-overlap", "tp-missing-segments",
-        "sd-malformed", "reassembly-limit",
-    };
-    const size_t i = static_cast<size_t>(code);
-    return i < kErrorCodeCount ? names[i] : "unknown";
-}
-
 }  // namespace capture
 }  // namespace ZQSomeIP

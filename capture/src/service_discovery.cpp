@@ -1,5 +1,6 @@
-// Service discovery payloads: flags, the entries array, the options array, and each entry's options.
-#include "capture_internal.h"
+// Service discovery: payloads decoded (flags, the entries array, the options array, and each entry's
+// options), and the reader's SD messages recognised and decoded into reused storage.
+#include "layers.h"
 
 namespace ZQSomeIP {
 namespace capture {
@@ -129,6 +130,34 @@ SdMessage decodeServiceDiscovery(const uint8_t* payload, size_t size)
     decodeServiceDiscovery(payload, size, m);
     return m;
 }
+
+namespace detail {
+
+namespace {
+
+// The message ID of service discovery.
+constexpr uint16_t kSdService = 0xFFFF, kSdMethod = 0x8100;
+
+}  // namespace
+
+void SdLayer::attach(Message& m)
+{
+    if (m.header.service != kSdService || m.header.method != kSdMethod) return;
+    if (used_ == sds_.size()) sds_.push_back(std::make_unique<SdMessage>());
+    SdMessage& sd = *sds_[used_++];
+    Statistics& st = context_.stats();
+    ++st.sd_messages;
+    m.sd = &sd;
+    if (!decodeServiceDiscovery(m.payload, m.payload_size, sd)) {
+        m.error = ErrorCode::SdMalformed;
+        m.error_offset = sd.error_offset;
+        m.error_text = sd.error;
+        ++st.errors;
+        ++st.errors_by_code[static_cast<size_t>(ErrorCode::SdMalformed)];
+    }
+}
+
+}  // namespace detail
 
 const char* SdEntry::name() const
 {

@@ -1,6 +1,6 @@
-// One JSON line per record of the capture reader: what `someip-json capture` writes, and what the Python
-// module's read_capture yields once parsed. Both go through CaptureLineWriter, so the two cannot drift
-// apart.
+// The capture lines: one JSON line per record of the capture reader. What `someip-json capture` writes,
+// and what the Python module's read_capture yields once parsed; both go through CaptureLineWriter, so the
+// two cannot drift apart. Data flows one way: capture record -> format lookup -> codec -> text.
 //
 //   {"frame":N[,"file":...],"time":"...Z","src":...,"dst":...,"transport":"udp"|"tcp",
 //    [header members][,"tp_segments":N], then one of
@@ -13,8 +13,8 @@
 //
 // How a payload is decoded is up to a PayloadDecoder: the plain form over a format set is here; the tool
 // adds its classic form.
-#ifndef SOMEIP_CAPTURE_LINES_H
-#define SOMEIP_CAPTURE_LINES_H
+#ifndef SOMEIP_CAPTURE_LINES_CAPTURE_LINES_H
+#define SOMEIP_CAPTURE_LINES_CAPTURE_LINES_H
 
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +24,7 @@
 #include "ZQSomeIPCapture.h"
 #include "compiled/ZQSomeIPFormatSet.h"
 
-namespace someip_json {
+namespace capture_lines {
 
 // A payload that did not decode.
 struct PayloadFailure {
@@ -103,6 +103,6 @@ private:
     std::string time_text_;
 };
 
-} // namespace someip_json
+} // namespace capture_lines
 
-#endif // SOMEIP_CAPTURE_LINES_H
+#endif // SOMEIP_CAPTURE_LINES_CAPTURE_LINES_H

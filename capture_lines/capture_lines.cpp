@@ -5,7 +5,7 @@
 
 #include "compiled/ZQSomeIPJsonText.h"
 
-namespace someip_json {
+namespace capture_lines {
 
 namespace {
 
@@ -264,4 +264,4 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
     return outcome;
 }
 
-} // namespace someip_json
+} // namespace capture_lines
