@@ -7,18 +7,29 @@ namespace {
 
 using namespace capturetest;
 
+// Every layer: a datagram holding a response and service discovery; a TCP stream (VLAN tagged) of two
+// messages, its segments out of order; a datagram in IPv4 and in IPv6 fragments; a SOME/IP-TP message
+// in two segments, the last first.
 std::vector<Frame> smallCapture()
 {
-    const Bytes stream = someip(0x12348001, 1, 2, pattern(12)) + someip(0x12340002, 2, 0, pattern(6));
+    const Bytes stream = someip(0x12348001, 1, 2, pattern(12)) + someip(0x12340002, 2, 0, pattern(6)), whole = pattern(32);
     const Bytes fragmented = udp(30490, 30501, someip(0x12348003, 3, 2, pattern(24)));
     const Bytes sd = Bytes{0xC0, 0, 0, 0} + be(16, 4) + Bytes{1, 0, 0, 0x10, 0x12, 0x34, 0, 1, 1, 0, 0, 3, 0, 0, 0, 0} + be(12, 4) +
                      be(9, 2) + Bytes{4, 0} + addr(4, "10.0.0.1") + Bytes{0, 17} + be(30509, 2);
-    auto tcpFrame = [](uint32_t seq, uint8_t flags, const Bytes& p) { return Frame{eth(0x0800, ipv4(tcp(40000, 30490, seq, flags, p), V4{6}))}; };
+    auto tcpFrame = [](uint32_t seq, uint8_t flags, const Bytes& p) {
+        return Frame{eth(0x0800, ipv4(tcp(40000, 30490, seq, flags, p), V4{6}), {0x8100})};
+    };
+    auto tp = [&](uint32_t offset, bool more) {
+        return Frame{eth(0x0800, ipv4(udp(30490, 30490, tpSegment(0x12348001, 1, offset, more, slice(whole, offset, offset + 16)))))};
+    };
     return {
         {eth(0x0800, ipv4(udp(30490, 30490, someip(0x12340001, 1, 0x80, pattern(4)) + someip(0xFFFF8100, 1, 2, sd))))},
         tcpFrame(1000, kSyn, {}), tcpFrame(1021, kAck, slice(stream, 20, stream.size())), tcpFrame(1001, kAck, slice(stream, 0, 20)),
         {eth(0x0800, ipv4(slice(fragmented, 16, fragmented.size()), V4{17, 9, 16, false}))},
         {eth(0x0800, ipv4(slice(fragmented, 0, 16), V4{17, 9, 0, true}))},
+        {eth(0x86DD, ipv6(44, Bytes{17, 0, 0, 1, 0, 0, 0, 5} + slice(fragmented, 0, 16)))},
+        {eth(0x86DD, ipv6(44, Bytes{17, 0, 0, 16, 0, 0, 0, 5} + slice(fragmented, 16, fragmented.size())))},
+        tp(16, false), tp(0, true),
     };
 }
 
@@ -46,7 +57,7 @@ TEST(CaptureCorruption, EveryCutAndBitFlipsEndCleanly)
         const Bytes file = pcapng ? pcapngBytes({{kEthernet}}, frames) : pcapBytes(kEthernet, frames);
         const std::string path = tempPath("corrupt");
         writeFile(path, file);
-        ASSERT_EQ(readAll(path).lines.size(), 5u);  // control: the intact capture gives every message
+        ASSERT_EQ(readAll(path).lines.size(), 7u);  // control: the intact capture gives every message
         const std::vector<size_t> ends = recordEnds(file, pcapng);
         ASSERT_EQ(ends.back(), file.size());
 
