@@ -160,7 +160,7 @@ FAULTS = [
     Fault("plainformat-signed-enum-limit", "plain codec", COMP + "ZQSomeIPPlainFormat.cpp",
           "if (negative ? m > limit : m >= limit) {",
           "if (m > limit) {",
-          "an int8_t enumerator value of 128 is accepted (and wraps to -128)"),
+          "an int8_t enumerator of value 128 is accepted (its name then encodes as -128)"),
     Fault("plainformat-dynamic-lfs-default", "plain codec", COMP + "ZQSomeIPPlainFormat.cpp",
           "bool dynamicLfs = true;",
           "bool dynamicLfs = false;",
