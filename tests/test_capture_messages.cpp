@@ -37,6 +37,7 @@ TEST(CaptureMessages, DatagramsFollowTheSomeIpRule)
         {"first header: version 2", bad_version + kA, {}},
         {"first header: unknown type", someip(0x12348001, 0x10001, 0x03, {1}), {}},
         {"first header: return code out of range", someip(0x12348001, 0x10001, 0x02, {1}, 0x5F), {}},
+        {"return code at the top of its range", someip(0x12348001, 0x10001, 0x02, {0xA1}, 0x5E), {kLineA}},
         {"first header: TP flag without TP header", someip(0x12348001, 0x10001, 0x22, {1, 2}), {}},
         {"first runs past, any port", someip(0x12348001, 0x10001, 2, {1}, 0, 4), {}},
         {"first runs past, port selected", someip(0x12348001, 0x10001, 2, {1}, 0, 4), {"#1 !someip-runs-past-datagram@42"}, {30501}},

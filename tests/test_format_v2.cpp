@@ -366,6 +366,13 @@ TEST(FormatV2, Enums)
         {"value beyond the base type", f, Way::Encode, R"({"g":256,"t":0,"w":0})", E::OutOfRange, "$.g"},
         {"neither name nor number", f, Way::Encode, R"({"g":true,"t":0,"w":0})", E::WrongType, "$.g"},
     });
+    // An enumerator just outside its signed base type leaves the method unusable.
+    for (const char* value : {"128", "-129"}) {
+        const auto set = load({R"([{"ParamName":"g","ParamType":"ENUM","BaseType":"int8_t","Enumerators":[{"Name":"X","Value":)" +
+                               std::string(value) + "}]}]"});
+        ASSERT_TRUE(set);
+        EXPECT_STREQ(plainErrorName(decode(*set, "00").status.code), "unsupported_format") << value;
+    }
 }
 
 TEST(FormatV2, BitFields)

@@ -257,6 +257,11 @@ TEST(PlainCodec, DecodeErrorsSayWhereAndWhy)
             EXPECT_FALSE(s.message.empty());
         }
     }
+    // The report as the tool and the Python module hand it out: scripts match on the code's name.
+    const Bytes beyond = convtest::bytes("07 40 0001");
+    std::string out;
+    EXPECT_EQ(plainDecode(*set, 0x1234, 1, 2, beyond.data(), beyond.size(), out).toJson(),
+              R"({"code":"length_beyond_data","offset":1,"message":"points: the vector's length field says 64 bytes, 2 remain"})");
 }
 
 TEST(PlainCodec, EncodeErrorsNameTheJsonPath)
@@ -276,6 +281,7 @@ TEST(PlainCodec, EncodeErrorsNameTheJsonPath)
         {"text for a number", R"({"id":"7","points":[],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::WrongType, "$.id"},
         {"out of range", R"({"id":300,"points":[],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::OutOfRange, "$.id"},
         {"fraction for an integer", R"({"id":1.5,"points":[],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::WrongType, "$.id"},
+        {"exponent for an integer", R"({"id":7e0,"points":[],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::WrongType, "$.id"},
         {"member missing", R"({"id":7,"points":[{"x":1}],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::MissingMember, "$.points[0].y"},
         {"member unknown", R"({"id":7,"points":[],"fixed":[3,4],"name":"","extra":1})", ZQSomeIPPlainError::UnknownMember, "$"},
         {"member twice", R"({"id":7,"id":8,"points":[],"fixed":[3,4],"name":""})", ZQSomeIPPlainError::UnknownMember, "$"},
