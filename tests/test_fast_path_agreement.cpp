@@ -31,11 +31,7 @@ using ZQSomeIP::ZQSomeIPParser;
 
 namespace {
 
-using gen::below;
-using gen::chance;
-using gen::compact;
-using gen::envNumber;
-using gen::pick;
+using namespace gen;  // random choices, seeds, compact JSON
 
 using Rng = std::mt19937;
 using Bytes = std::vector<unsigned char>;

@@ -24,12 +24,7 @@
 
 namespace {
 
-using gen::below;
-using gen::chance;
-using gen::compact;
-using gen::envNumber;
-using gen::pick;
-using gen::randomText;
+using namespace gen;  // random choices, seeds, compact JSON
 
 using namespace ZQSomeIP;
 using Rng = std::mt19937_64;

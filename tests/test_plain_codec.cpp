@@ -22,9 +22,7 @@
 
 namespace {
 
-using gen::below;
-using gen::compact;
-using gen::randomText;
+using namespace gen;  // random choices, seeds, compact JSON
 
 using namespace ZQSomeIP;
 using Bytes = std::vector<uint8_t>;
