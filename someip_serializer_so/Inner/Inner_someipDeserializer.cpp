@@ -53,6 +53,50 @@ uint32_t readBasic(ZQSomeIPPayloadDeserializerGeneral* r, const char* line, std:
     return rc;
 }
 
+// A bool or number of the type `type` names: the reader's result, the value's text and the bytes it
+// takes. False when `type` names none of them.
+bool readNumber(ZQSomeIPPayloadDeserializerGeneral* r, const std::string& type, std::string& text, uint32_t& used,
+                uint32_t& rc)
+{
+    if (type == "bool") {
+        rc = readBasic<bool>(r, " [%s][%d][%s]  ***** deserialize_basic: read bool deserializer : %d *****", text);
+        used = 1;
+    } else if (type == "uint32_t") {
+        rc = readBasic<uint32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint32_t deserializer : %u *****", text);
+        used = 4;
+    } else if (type == "uint8_t") {
+        rc = readBasic<uint8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint8_t deserializer : %u *****", text);
+        used = 1;
+    } else if (type == "float") {
+        rc = readBasic<float>(r, " [%s][%d][%s]  ***** deserialize_basic: read float deserializer : %f *****", text);
+        used = 4;
+    } else if (type == "double") {
+        rc = readBasic<double>(r, " [%s][%d][%s]  ***** deserialize_basic: read double deserializer : %f *****", text);
+        used = 8;
+    } else if (type == "int8_t") {
+        rc = readBasic<int8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int8_t deserializer : %d *****", text);
+        used = 1;
+    } else if (type == "int16_t") {
+        rc = readBasic<int16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int16_t deserializer : %d *****", text);
+        used = 2;
+    } else if (type == "int32_t") {
+        rc = readBasic<int32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int32_t deserializer : %d *****", text);
+        used = 4;
+    } else if (type == "int64_t") {
+        rc = readBasic<int64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int64_t deserializer : %d *****", text);
+        used = 8;
+    } else if (type == "uint16_t") {
+        rc = readBasic<uint16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint16_t deserializer : %u *****", text);
+        used = 2;
+    } else if (type == "uint64_t") {
+        rc = readBasic<uint64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint64_t deserializer : %u *****", text);
+        used = 8;
+    } else {
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 const char* Inner_someipDeserializer::walkerName(Walker walker)
@@ -323,47 +367,14 @@ uint32_t Inner_someipDeserializer::deserialize_basic(ZQSomeIPPayloadDeserializer
     std::string text;
     uint32_t used = 0;  // payload bytes the value is taken to occupy
     uint32_t rc = 0;
-    if (type == "bool") {
-        rc = readBasic<bool>(r, " [%s][%d][%s]  ***** deserialize_basic: read bool deserializer : %d *****", text);
-        used = 1;
-    } else if (type == "uint32_t") {
-        rc = readBasic<uint32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint32_t deserializer : %u *****", text);
-        used = 4;
-    } else if (type == "uint8_t") {
-        rc = readBasic<uint8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint8_t deserializer : %u *****", text);
-        used = 1;
-    } else if (type == "STRING") {
+    if (type == "STRING") {
         if ((rc = r->read(text, 0, nullptr, false)) == 0) {
             ZQ_SOMEIP_LOGD(" [%s][%d][%s]  ***** deserialize_basic: read string deserializer : %s *****", text.c_str());
             // Accounted as a UTF-8 string with its mark and terminator, up to the first zero byte,
             // whatever the encoding on the wire.
             used = extend_attr.string_length_field_size + 4 + static_cast<uint32_t>(strlen(text.c_str()));
         }
-    } else if (type == "float") {
-        rc = readBasic<float>(r, " [%s][%d][%s]  ***** deserialize_basic: read float deserializer : %f *****", text);
-        used = 4;
-    } else if (type == "double") {
-        rc = readBasic<double>(r, " [%s][%d][%s]  ***** deserialize_basic: read double deserializer : %f *****", text);
-        used = 8;
-    } else if (type == "int8_t") {
-        rc = readBasic<int8_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int8_t deserializer : %d *****", text);
-        used = 1;
-    } else if (type == "int16_t") {
-        rc = readBasic<int16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int16_t deserializer : %d *****", text);
-        used = 2;
-    } else if (type == "int32_t") {
-        rc = readBasic<int32_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int32_t deserializer : %d *****", text);
-        used = 4;
-    } else if (type == "int64_t") {
-        rc = readBasic<int64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read int64_t deserializer : %d *****", text);
-        used = 8;
-    } else if (type == "uint16_t") {
-        rc = readBasic<uint16_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint16_t deserializer : %u *****", text);
-        used = 2;
-    } else if (type == "uint64_t") {
-        rc = readBasic<uint64_t>(r, " [%s][%d][%s]  ***** deserialize_basic: read uint64_t deserializer : %u *****", text);
-        used = 8;
-    } else {
+    } else if (!readNumber(r, type, text, used, rc)) {
         ZQ_SOMEIP_LOGE(" [%s][%d][%s]  ***** deserialize_basic() type error = %s *****", type.c_str());
         return kWalkFailed;
     }

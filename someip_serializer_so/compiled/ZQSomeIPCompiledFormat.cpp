@@ -111,56 +111,95 @@ std::string containerName(const Json::Value& owner)
     return name.asString();
 }
 
-ZQSomeIPCompiledNode compileParam(const Json::Value& p, Place place, bool inElement, bool isElement)
+ZQSomeIPParamKind kindOf(const Json::Value& p)
 {
-    require(p.isObject() && !p.empty() && !hasComment(p));
     const Json::Value& type = p["ParamType"];
     require(type.isString() && !hasComment(type));
-    ZQSomeIPCompiledNode node;
     const std::string typeText = type.asString();
     const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
                                     [&typeText](const TypeName& t) { return typeText == t.text; });
     require(found != std::end(kTypes));
-    node.kind = found->kind;
-    const bool basic = node.kind < ZQSomeIPParamKind::Structure;
-    const bool container = node.kind == ZQSomeIPParamKind::Array || node.kind == ZQSomeIPParamKind::Vector;
-    // What a previous element leaves in a nested array or vector shows in the next one; not reproduced.
-    require(!(container && inElement && !isElement) && !(container && isElement));
+    return found->kind;
+}
 
+// A key the format has; `renderedKey` also keeps its value as the writer renders it.
+ZQSomeIPCompiledKey originalKey(const std::string& name, ZQSomeIPCompiledKey::Role role)
+{
+    ZQSomeIPCompiledKey key = keyOf(name, role);
+    key.original = true;
+    return key;
+}
+
+ZQSomeIPCompiledKey renderedKey(const std::string& name, ZQSomeIPCompiledKey::Role role, const Json::Value& v)
+{
+    ZQSomeIPCompiledKey key = keyOf(name, role);
+    key.text = rendered(v);
+    key.original = true;
+    return key;
+}
+
+// The keys of the parameter object, in the writer's order, with those the decoder adds.
+void compileKeys(const Json::Value& p, bool isElement, ZQSomeIPCompiledNode& node)
+{
+    const bool basic = node.kind < ZQSomeIPParamKind::Structure;
+    const bool valued = basic || node.kind == ZQSomeIPParamKind::Vector;
     std::vector<std::pair<std::string, ZQSomeIPCompiledKey>> named;
     bool hasValue = false;
     for (const std::string& member : p.getMemberNames()) {
         const Json::Value& v = p[member];
         ZQSomeIPCompiledKey key;
         if (member == "SubParams" && !basic) {
-            key = keyOf(member, ZQSomeIPCompiledKey::SubParams);
-            key.original = true;
+            key = originalKey(member, ZQSomeIPCompiledKey::SubParams);
         } else if (member == "ParamName" && isElement) {
-            key = keyOf(member, ZQSomeIPCompiledKey::Name);
-            key.text = rendered(v);
-            key.original = true;
-        } else if (member == "Value" && (basic || node.kind == ZQSomeIPParamKind::Vector)) {
-            key = keyOf(member, ZQSomeIPCompiledKey::Value);
-            key.text = rendered(v);
-            key.original = true;
+            key = renderedKey(member, ZQSomeIPCompiledKey::Name, v);
+        } else if (member == "Value" && valued) {
+            key = renderedKey(member, ZQSomeIPCompiledKey::Value, v);
             hasValue = true;
         } else {
-            key = keyOf(member, ZQSomeIPCompiledKey::Static);
-            key.text = rendered(v);
-            key.original = true;
+            key = renderedKey(member, ZQSomeIPCompiledKey::Static, v);
         }
         named.emplace_back(member, std::move(key));
     }
     // Filled in by the decoder even where the format has none.
-    if (!hasValue && (basic || node.kind == ZQSomeIPParamKind::Vector)) {
+    if (!hasValue && valued) {
         named.emplace_back("Value", keyOf("Value", ZQSomeIPCompiledKey::Value));
     }
     if (isElement && !p.isMember("ParamName")) {
         named.emplace_back("ParamName", keyOf("ParamName", ZQSomeIPCompiledKey::Name));
     }
     sortKeys(named, node.keys);
+}
 
-    if (basic) {
+// A top-level array's description object: its own name names the elements, its list holds the element.
+void compileDescription(const Json::Value& sub, ZQSomeIPCompiledNode& node)
+{
+    require(sub.isObject());
+    node.described = true;
+    node.name = containerName(sub);
+    std::vector<std::pair<std::string, ZQSomeIPCompiledKey>> described;
+    for (const std::string& member : sub.getMemberNames()) {
+        if (member == "SubParams") {
+            described.emplace_back(member, originalKey(member, ZQSomeIPCompiledKey::SubParams));
+            node.children.push_back(compileElement(sub[member]));
+        } else {
+            described.emplace_back(member, renderedKey(member, ZQSomeIPCompiledKey::Static, sub[member]));
+        }
+    }
+    require(node.children.size() == 1);
+    sortKeys(described, node.described_keys);
+}
+
+ZQSomeIPCompiledNode compileParam(const Json::Value& p, Place place, bool inElement, bool isElement)
+{
+    require(p.isObject() && !p.empty() && !hasComment(p));
+    ZQSomeIPCompiledNode node;
+    node.kind = kindOf(p);
+    const bool container = node.kind == ZQSomeIPParamKind::Array || node.kind == ZQSomeIPParamKind::Vector;
+    // What a previous element leaves in a nested array or vector shows in the next one; not reproduced.
+    require(!(container && inElement && !isElement) && !(container && isElement));
+    compileKeys(p, isElement, node);
+
+    if (node.kind < ZQSomeIPParamKind::Structure) {
         return node;
     }
     const Json::Value& sub = p["SubParams"];
@@ -181,26 +220,7 @@ ZQSomeIPCompiledNode compileParam(const Json::Value& p, Place place, bool inElem
         node.count = StringToNum<unsigned int>(value.asString());
         require(node.count != 0);
         if (place == Place::TopLevel) {
-            // The description object: its own name names the elements, its list holds the element.
-            require(sub.isObject());
-            node.described = true;
-            node.name = containerName(sub);
-            std::vector<std::pair<std::string, ZQSomeIPCompiledKey>> described;
-            for (const std::string& member : sub.getMemberNames()) {
-                if (member == "SubParams") {
-                    ZQSomeIPCompiledKey key = keyOf(member, ZQSomeIPCompiledKey::SubParams);
-                    key.original = true;
-                    described.emplace_back(member, std::move(key));
-                    node.children.push_back(compileElement(sub[member]));
-                } else {
-                    ZQSomeIPCompiledKey key = keyOf(member, ZQSomeIPCompiledKey::Static);
-                    key.text = rendered(sub[member]);
-                    key.original = true;
-                    described.emplace_back(member, std::move(key));
-                }
-            }
-            require(node.children.size() == 1);
-            sortKeys(described, node.described_keys);
+            compileDescription(sub, node);
         } else {
             require(place == Place::Member);
             node.name = containerName(p);

@@ -137,6 +137,37 @@ const char* textOf(const Json::Value& owner, const char* key)
     return v.isString() ? v.asCString() : "";
 }
 
+// A format file's text as a document and its format version; false with `status` set when it is not
+// JSON or names no version this library reads.
+bool parseDocument(const std::string& file, const std::string& text, Json::Value& root, int& version,
+                   ZQSomeIPPlainStatus& status)
+{
+    Json::Reader reader;
+    bool parsed = false;
+    try {
+        parsed = reader.parse(text, root, false);
+    } catch (const std::exception& e) {
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, file, e.what());
+        return false;
+    }
+    if (!parsed) {
+        const auto errors = reader.getStructuredErrors();
+        size_t line = 0, column = 0;
+        lineAndColumn(text, errors.empty() ? 0 : static_cast<size_t>(errors.front().offset_start), line, column);
+        std::string why = errors.empty() ? "not JSON" : errors.front().message;
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
+                           "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + why);
+        return false;
+    }
+    std::string why;
+    version = plainFormatVersion(root, why);
+    if (version < 0) {
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
+        return false;
+    }
+    return true;
+}
+
 // Compiles the method formats of the loaded documents, each "Params" entry once.
 class Builder {
 public:
@@ -199,12 +230,33 @@ public:
         return true;
     }
 
+    // The plain form of every method the lookup index finds.
+    bool indexed(const ZQSomeIPFormatIndex& index, ZQSomeIPFormatSet::Table& methods)
+    {
+        for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
+            for (const auto& entry : segment.table) {
+                const ZQSomeIPIndexedMethod& found = *entry.second.method;
+                ZQSomeIPExtendAttr attr;  // read into a fresh record: the lookup defaults elsewhere
+                if (entry.second.attr != nullptr) {
+                    attr = *entry.second.attr;
+                }
+                std::shared_ptr<const ZQSomeIPPlainMethod> compiled;
+                if (!method(found.service(), found.entry(), found.params(), found.details(), attr, compiled)) {
+                    return false;
+                }
+                methods[entry.first] = std::move(compiled);
+            }
+        }
+        return true;
+    }
+
     // Walks the documents as the lookup does (first match in a document, last document wins):
     // `extras` true: error entries and services with a "MajorVersion" of version-2 documents;
     // false: the services without a version.
     bool walk(bool extras, ZQSomeIPFormatSet::Table& errors, std::unordered_map<uint64_t, ZQSomeIPFormatSet::Table>& versioned,
               ZQSomeIPFormatSet::Table& unversioned)
     {
+        Tables out{errors, versioned, unversioned};
         for (size_t d = 0; d < documents_.size(); ++d) {
             if (extras && versions_[d] != 2) {
                 continue;
@@ -215,59 +267,8 @@ public:
             }
             std::set<std::pair<int, uint64_t>> seen;  // (version, key) found earlier in this document
             for (const Json::Value& service : services) {
-                if (!service.isObject()) {
-                    continue;
-                }
-                const int serviceID = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
-                const Json::Value& major = service["MajorVersion"];
-                const bool hasVersion = versions_[d] == 2 && major.isIntegral();
-                if (!extras && hasVersion) {
-                    continue;
-                }
-                ZQSomeIPExtendAttr attr;
-                FormatRules::readLookupAttributes(service, documents_[d], attr);
-                for (const int type : {0x00, 0x01, 0x02, 0x80, 0x81}) {
-                    ZQSomeIPSearchPlan plan;
-                    searchPlanFor(type, plan);
-                    const bool error = type == 0x81;
-                    if ((extras && !error && !hasVersion) || (!extras && error)) {
-                        continue;
-                    }
-                    const char* word = error ? "error" : plan.methodType;
-                    for (const char* array : plan.arrays) {
-                        if (array == nullptr || !service[array].isArray()) {
-                            continue;
-                        }
-                        for (const Json::Value& entry : service[array]) {
-                            const Json::Value& list = entry.isObject() ? entry["Params"] : Json::Value::nullSingleton();
-                            if (!list.isArray()) {
-                                continue;
-                            }
-                            const int methodID = quickStringToNum<int>(entry.get(plan.idKey, Json::Value()).asString());
-                            for (const Json::Value& params : list) {
-                                if (!params.isObject() || params.get("MethodType", Json::Value()).asString() != word) {
-                                    continue;
-                                }
-                                const uint64_t key = ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind);
-                                const int version = hasVersion && !error ? major.asInt() : -1;
-                                if (!seen.insert({error ? -2 : version, key}).second) {
-                                    continue;
-                                }
-                                std::shared_ptr<const ZQSomeIPPlainMethod> found;
-                                const Json::Value* details = params.isMember("ParamsDetails") ? &params["ParamsDetails"] : nullptr;
-                                if (!method(&service, &entry, &params, details, attr, found)) {
-                                    return false;
-                                }
-                                if (error) {
-                                    errors[key] = found;
-                                } else if (version >= 0) {
-                                    versioned[static_cast<uint64_t>(version)][key] = found;
-                                } else {
-                                    unversioned[key] = found;
-                                }
-                            }
-                        }
-                    }
+                if (service.isObject() && !walkService(d, service, extras, seen, out)) {
+                    return false;
                 }
             }
         }
@@ -278,6 +279,79 @@ public:
     size_t failedDocument = 0;
 
 private:
+    struct Tables {
+        ZQSomeIPFormatSet::Table& errors;
+        std::unordered_map<uint64_t, ZQSomeIPFormatSet::Table>& versioned;
+        ZQSomeIPFormatSet::Table& unversioned;
+    };
+
+    // The entries of one service of document `d` that the walk takes (see walk()).
+    bool walkService(size_t d, const Json::Value& service, bool extras, std::set<std::pair<int, uint64_t>>& seen,
+                     Tables& out)
+    {
+        const int serviceID = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
+        const Json::Value& major = service["MajorVersion"];
+        const bool hasVersion = versions_[d] == 2 && major.isIntegral();
+        if (!extras && hasVersion) {
+            return true;
+        }
+        ZQSomeIPExtendAttr attr;
+        FormatRules::readLookupAttributes(service, documents_[d], attr);
+        for (const int type : {0x00, 0x01, 0x02, 0x80, 0x81}) {
+            ZQSomeIPSearchPlan plan;
+            searchPlanFor(type, plan);
+            const bool error = type == 0x81;
+            if ((extras && !error && !hasVersion) || (!extras && error)) {
+                continue;
+            }
+            const char* word = error ? "error" : plan.methodType;
+            for (const char* array : plan.arrays) {
+                if (array == nullptr || !service[array].isArray()) {
+                    continue;
+                }
+                for (const Json::Value& entry : service[array]) {
+                    const Json::Value& list = entry.isObject() ? entry["Params"] : Json::Value::nullSingleton();
+                    if (!list.isArray()) {
+                        continue;
+                    }
+                    const int methodID = quickStringToNum<int>(entry.get(plan.idKey, Json::Value()).asString());
+                    for (const Json::Value& params : list) {
+                        if (!params.isObject() || params.get("MethodType", Json::Value()).asString() != word) {
+                            continue;
+                        }
+                        const uint64_t key = ZQSomeIPFormatIndex::key(serviceID, methodID, plan.kind);
+                        const int version = hasVersion && !error ? major.asInt() : -1;
+                        if (seen.insert({error ? -2 : version, key}).second &&
+                            !file(service, entry, params, attr, key, error, version, out)) {
+                            return false;
+                        }
+                    }
+                }
+            }
+        }
+        return true;
+    }
+
+    // Files the plain form of `params` under `key`: as an error entry, a versioned service's entry,
+    // or (a negative version) an unversioned one.
+    bool file(const Json::Value& service, const Json::Value& entry, const Json::Value& params,
+              const ZQSomeIPExtendAttr& attr, uint64_t key, bool error, int version, Tables& out)
+    {
+        std::shared_ptr<const ZQSomeIPPlainMethod> found;
+        const Json::Value* details = params.isMember("ParamsDetails") ? &params["ParamsDetails"] : nullptr;
+        if (!method(&service, &entry, &params, details, attr, found)) {
+            return false;
+        }
+        if (error) {
+            out.errors[key] = found;
+        } else if (version >= 0) {
+            out.versioned[static_cast<uint64_t>(version)][key] = found;
+        } else {
+            out.unversioned[key] = found;
+        }
+        return true;
+    }
+
     size_t documentOf(const Json::Value* service) const
     {
         const auto it = documentOf_.find(service);
@@ -407,36 +481,15 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
     ZQSomeIPFormatIndex index;
     std::string text;
     for (const std::string& file : files) {
-        if (!read(file, text)) {
-            return nullptr;
-        }
-        Json::Reader reader;
         Json::Value root;
-        bool parsed = false;
-        try {
-            parsed = reader.parse(text, root, false);
-        } catch (const std::exception& e) {
-            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, e.what());
-            return nullptr;
-        }
-        if (!parsed) {
-            const auto errors = reader.getStructuredErrors();
-            size_t line = 0, column = 0;
-            lineAndColumn(text, errors.empty() ? 0 : static_cast<size_t>(errors.front().offset_start), line, column);
-            std::string why = errors.empty() ? "not JSON" : errors.front().message;
-            status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
-                               "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + why);
-            return nullptr;
-        }
-        std::string why;
-        const int version = plainFormatVersion(root, why);
-        if (version < 0) {
-            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
+        int version = 0;
+        if (!read(file, text) || !parseDocument(file, text, root, version, status)) {
             return nullptr;
         }
         versions.push_back(version);
         names.push_back(file);
         documents.push_back(std::move(root));
+        std::string why;
         if (version == 2 && !ZQSomeIPPlainFormatCompiler(documents.back()).checkTypes(why)) {
             status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
             return nullptr;
@@ -453,28 +506,10 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
 
     auto set = std::make_shared<ZQSomeIPFormatSet>();
     Builder builder(documents, versions);
-    for (const ZQSomeIPFormatIndex::Segment& segment : index.segments()) {
-        for (const auto& entry : segment.table) {
-            const ZQSomeIPIndexedMethod& found = *entry.second.method;
-            ZQSomeIPExtendAttr attr;  // read into a fresh record: the lookup defaults elsewhere
-            if (entry.second.attr != nullptr) {
-                attr = *entry.second.attr;
-            }
-            std::shared_ptr<const ZQSomeIPPlainMethod> method;
-            if (!builder.method(found.service(), found.entry(), found.params(), found.details(), attr, method)) {
-                status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
-                return nullptr;
-            }
-            set->methods_[entry.first] = std::move(method);
-        }
-    }
     // Error entries and versioned services of version-2 files; the unversioned services are needed
     // only when some service carries a version.
-    if (!builder.walk(true, set->errors_, set->versioned_, set->unversioned_)) {
-        status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
-        return nullptr;
-    }
-    if (!set->versioned_.empty() && !builder.walk(false, set->errors_, set->versioned_, set->unversioned_)) {
+    if (!builder.indexed(index, set->methods_) || !builder.walk(true, set->errors_, set->versioned_, set->unversioned_) ||
+        (!set->versioned_.empty() && !builder.walk(false, set->errors_, set->versioned_, set->unversioned_))) {
         status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
         return nullptr;
     }

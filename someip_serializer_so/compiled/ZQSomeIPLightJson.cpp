@@ -42,6 +42,70 @@ void appendUtf8(std::string& out, uint32_t cp)
     }
 }
 
+// Four hex digits at `p`, as one UTF-16 unit.
+bool hexUnit(const char*& p, const char* end, uint32_t& u)
+{
+    if (end - p < 4) {
+        return false;
+    }
+    u = 0;
+    for (int i = 0; i < 4; ++i) {
+        const int d = hexDigit(p[i]);
+        if (d < 0) {
+            return false;
+        }
+        u = (u << 4) | static_cast<uint32_t>(d);
+    }
+    p += 4;
+    return true;
+}
+
+// The digits of a unicode escape at `p`: one unit, or a high surrogate and its escaped low one, as UTF-8.
+bool unicodeEscape(const char*& p, const char* end, std::string& text)
+{
+    uint32_t cp = 0;
+    if (!hexUnit(p, end, cp)) {
+        return false;
+    }
+    if (cp >= 0xD800 && cp <= 0xDBFF) {
+        uint32_t low = 0;
+        if (end - p < 2 || p[0] != '\\' || p[1] != 'u') {
+            return false;
+        }
+        p += 2;
+        if (!hexUnit(p, end, low) || low < 0xDC00 || low > 0xDFFF) {
+            return false;
+        }
+        cp = 0x10000 + ((cp & 0x3FF) << 10) + (low & 0x3FF);
+    } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
+        return false;  // a lone low surrogate: left to the reader
+    }
+    appendUtf8(text, cp);
+    return true;
+}
+
+// The escape at `p` (its backslash and what follows), appended to `text` decoded.
+bool escape(const char*& p, const char* end, std::string& text)
+{
+    if (end - p < 2) {
+        return false;
+    }
+    const char c = p[1];
+    p += 2;
+    switch (c) {
+    case '"': text += '"'; return true;
+    case '\\': text += '\\'; return true;
+    case '/': text += '/'; return true;
+    case 'b': text += '\b'; return true;
+    case 'f': text += '\f'; return true;
+    case 'n': text += '\n'; return true;
+    case 'r': text += '\r'; return true;
+    case 't': text += '\t'; return true;
+    case 'u': return unicodeEscape(p, end, text);
+    default: return false;
+    }
+}
+
 } // namespace
 
 void ZQSomeIPLightJson::blanks()
@@ -114,57 +178,7 @@ bool ZQSomeIPLightJson::string(std::string_view& out)
             out = text;
             return true;
         }
-        if (end_ - p_ < 2) {
-            return false;
-        }
-        const char escape = p_[1];
-        p_ += 2;
-        switch (escape) {
-        case '"': text += '"'; break;
-        case '\\': text += '\\'; break;
-        case '/': text += '/'; break;
-        case 'b': text += '\b'; break;
-        case 'f': text += '\f'; break;
-        case 'n': text += '\n'; break;
-        case 'r': text += '\r'; break;
-        case 't': text += '\t'; break;
-        case 'u': {
-            auto unit = [this](uint32_t& u) {
-                if (end_ - p_ < 4) {
-                    return false;
-                }
-                u = 0;
-                for (int i = 0; i < 4; ++i) {
-                    const int d = hexDigit(p_[i]);
-                    if (d < 0) {
-                        return false;
-                    }
-                    u = (u << 4) | static_cast<uint32_t>(d);
-                }
-                p_ += 4;
-                return true;
-            };
-            uint32_t cp = 0;
-            if (!unit(cp)) {
-                return false;
-            }
-            if (cp >= 0xD800 && cp <= 0xDBFF) {
-                uint32_t low = 0;
-                if (end_ - p_ < 2 || p_[0] != '\\' || p_[1] != 'u') {
-                    return false;
-                }
-                p_ += 2;
-                if (!unit(low) || low < 0xDC00 || low > 0xDFFF) {
-                    return false;
-                }
-                cp = 0x10000 + ((cp & 0x3FF) << 10) + (low & 0x3FF);
-            } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
-                return false;  // a lone low surrogate: left to the reader
-            }
-            appendUtf8(text, cp);
-            break;
-        }
-        default:
+        if (!escape(p_, end_, text)) {
             return false;
         }
     }
@@ -241,42 +255,54 @@ bool ZQSomeIPLightJson::container(uint32_t index, int depth, bool object)
     blanks();
     if (p_ < end_ && *p_ == close) {
         ++p_;
-    } else {
-        for (;;) {
-            blanks();
-            Member child;
-            if (object) {
-                if (p_ == end_ || *p_ != '"' || !string(child.key)) {
-                    return false;
-                }
-                blanks();
-                if (p_ == end_ || *p_ != ':') {
-                    return false;
-                }
-                ++p_;
-                blanks();
-            }
-            child.value = static_cast<uint32_t>(nodes_.size());
-            nodes_.emplace_back();
-            if (!value(child.value, depth + 1)) {
+    } else if (!children(depth, object, close)) {
+        return false;
+    }
+    return store(index, base, object);
+}
+
+// The members or items of a container that is not empty, through its closing bracket, onto open_.
+bool ZQSomeIPLightJson::children(int depth, bool object, char close)
+{
+    for (;;) {
+        blanks();
+        Member child;
+        if (object) {
+            if (p_ == end_ || *p_ != '"' || !string(child.key)) {
                 return false;
             }
-            open_.push_back(child);
             blanks();
-            if (p_ == end_) {
-                return false;
-            }
-            if (*p_ == ',') {
-                ++p_;
-                continue;
-            }
-            if (*p_ != close) {
+            if (p_ == end_ || *p_ != ':') {
                 return false;
             }
             ++p_;
-            break;
+            blanks();
         }
+        child.value = static_cast<uint32_t>(nodes_.size());
+        nodes_.emplace_back();
+        if (!value(child.value, depth + 1)) {
+            return false;
+        }
+        open_.push_back(child);
+        blanks();
+        if (p_ == end_) {
+            return false;
+        }
+        if (*p_ == ',') {
+            ++p_;
+            continue;
+        }
+        if (*p_ != close) {
+            return false;
+        }
+        ++p_;
+        return true;
     }
+}
+
+// Moves the container's children from open_ (from `base` on) to where node `index` finds them.
+bool ZQSomeIPLightJson::store(uint32_t index, size_t base, bool object)
+{
     Node& node = nodes_[index];
     node.count = static_cast<uint32_t>(open_.size() - base);
     if (object) {

@@ -51,6 +51,8 @@ public:
 private:
     bool value(uint32_t index, int depth);
     bool container(uint32_t index, int depth, bool object);
+    bool children(int depth, bool object, char close);
+    bool store(uint32_t index, size_t base, bool object);
     bool string(std::string_view& out);
     bool number(std::string_view& out);
     void blanks();

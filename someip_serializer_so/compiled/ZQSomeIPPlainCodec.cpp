@@ -100,6 +100,9 @@ uint32_t basicWidth(Param::Kind k)
 
 uint32_t wireTypeOfWidth(uint32_t width) { return width == 1 ? 0 : width == 2 ? 1 : width == 4 ? 2 : 3; }
 
+// The length field size TLV wire types 5, 6 and 7 name.
+uint32_t lengthFieldSizeOfWireType(uint32_t wireType) { return wireType == 5 ? 1u : wireType == 6 ? 2u : 4u; }
+
 
 // The enumerator naming a raw value (64-bit image; signed types compare as signed), or null.
 const ZQSomeIPPlainEnumerator* enumeratorOf(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t raw, bool isSigned)
@@ -287,60 +290,16 @@ public:
                 ++k;
             }
             if (k == members.size() || present[k]) {
-                // Receivers skip what they do not know, by the length the wire type gives.
-                uint64_t size = 0;
-                if (wireType < 4) {
-                    size = uint64_t(1) << wireType;
-                } else {
-                    const uint32_t lfs = wireType == 4 ? (k == members.size() ? 0 : configuredSize(members[k]))
-                                                       : (wireType == 5 ? 1u : wireType == 6 ? 2u : 4u);
-                    if (lfs == 0) {
-                        return fail(Error::UnskippableMember, base + at,
-                                    "TLV member with the unknown data ID " + std::to_string(id) +
-                                        " has wire type 4, whose length field size is not known");
-                    }
-                    if (r.get_index() + lfs > r.get_size()) {
-                        return fail(Error::Truncated, base + r.get_index(), "the payload ends inside a TLV length field");
-                    }
-                    size = lfs + uint64_t(peekLength(data_ + base, r.get_index(), lfs, container));
-                }
-                if (r.get_index() + size > end) {
-                    return fail(Error::LengthBeyondData, base + at,
-                                "TLV member with data ID " + std::to_string(id) + " runs past its container's end");
-                }
-                if (!skip(r, base, static_cast<uint32_t>(size))) {
+                const Param* repeated = k == members.size() ? nullptr : &members[k];
+                if (!skipTlvMember(r, base, at, wireType, id, repeated, container, end)) {
                     return false;
                 }
-                warn(base + at, static_cast<size_t>(size) + 2,
-                     std::string(k == members.size() ? "unknown" : "repeated") + " TLV member with data ID " +
-                         std::to_string(id) + " skipped");
                 continue;
             }
-            const Param& m = members[k];
-            ZQSomeIPExtendAttr own = m.attr;
-            if (isBasic(m)) {
-                if (wireType != wireTypeOfWidth(basicWidth(m.kind))) {
-                    where_.push(m.name);
-                    return fail(Error::WireTypeMismatch, base + at,
-                                "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind]);
-                }
-            } else {
-                const uint32_t lfs = wireType == 4 ? configuredSize(m)
-                                     : wireType >= 5 ? (wireType == 5 ? 1u : wireType == 6 ? 2u : 4u) : 0u;
-                if (lfs == 0) {
-                    where_.push(m.name);
-                    return fail(Error::WireTypeMismatch, base + at,
-                                "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind] +
-                                    (wireType == 4 ? " without a configured length field size" : ""));
-                }
-                *lengthFieldSizeOf(m.kind, own) = lfs;
-            }
             const size_t mark = out_.size();
-            where_.push(m.name);
-            if (!value(r, base, m, depth + 1, isBasic(m) ? nullptr : &own)) {
+            if (!readTlvMember(r, base, at, wireType, members[k], depth)) {
                 return false;
             }
-            where_.pop();
             texts[k] = out_.substr(mark);
             out_.resize(mark);
             present[k] = true;
@@ -348,34 +307,7 @@ public:
         if (r.get_index() > end) {
             return fail(Error::LengthMismatch, base + end, "a TLV member runs past its container's end");
         }
-        out_ += '{';
-        bool first = true;
-        for (size_t k = 0; k < members.size(); ++k) {
-            if (!present[k]) {
-                if (!members[k].optional) {
-                    where_.push(members[k].name);
-                    return fail(Error::MissingMember, base + end,
-                                "the mandatory TLV member with data ID " + std::to_string(members[k].dataId) +
-                                    " is missing");
-                }
-                continue;
-            }
-            if (!first) {
-                out_ += ',';
-            }
-            first = false;
-            newline(depth + 1);
-            out_ += members[k].key;
-            if (pretty_) {
-                out_ += ' ';
-            }
-            out_ += texts[k];
-        }
-        if (!first) {
-            newline(depth);
-        }
-        out_ += '}';
-        return true;
+        return tlvObjectText(base, members, texts, present, end, depth);
     }
 
     void warn(size_t offset, size_t bytes, const std::string& what)
@@ -391,11 +323,7 @@ public:
             if (i > 0) {
                 out_ += ',';
             }
-            newline(depth + 1);
-            out_ += members[i].key;
-            if (pretty_) {
-                out_ += ' ';
-            }
+            memberKey(members[i].key, depth + 1);
             where_.push(members[i].name);
             if (!value(r, base, members[i], depth + 1)) {
                 return false;
@@ -427,8 +355,111 @@ private:
         }
     }
 
+    // A member's key (with its colon), on a line of its own when pretty.
+    void memberKey(const std::string& key, int depth)
+    {
+        newline(depth);
+        out_ += key;
+        if (pretty_) {
+            out_ += ' ';
+        }
+    }
+
     // The length field size a TLV member's wire type 4 stands for.
     static uint32_t configuredSize(const Param& m) { return lengthFieldSize(m.kind, m.attr); }
+
+    // Receivers skip what they do not know, by the length the wire type gives. `repeated`: the member
+    // whose data ID came again, null for an unknown data ID.
+    bool skipTlvMember(Reader& r, size_t base, size_t at, uint32_t wireType, uint32_t id, const Param* repeated,
+                       const ZQSomeIPExtendAttr& container, size_t end)
+    {
+        uint64_t size = 0;
+        if (wireType < 4) {
+            size = uint64_t(1) << wireType;
+        } else {
+            const uint32_t lfs = wireType == 4 ? (repeated == nullptr ? 0 : configuredSize(*repeated))
+                                               : lengthFieldSizeOfWireType(wireType);
+            if (lfs == 0) {
+                return fail(Error::UnskippableMember, base + at,
+                            "TLV member with the unknown data ID " + std::to_string(id) +
+                                " has wire type 4, whose length field size is not known");
+            }
+            if (r.get_index() + lfs > r.get_size()) {
+                return fail(Error::Truncated, base + r.get_index(), "the payload ends inside a TLV length field");
+            }
+            size = lfs + uint64_t(peekLength(data_ + base, r.get_index(), lfs, container));
+        }
+        if (r.get_index() + size > end) {
+            return fail(Error::LengthBeyondData, base + at,
+                        "TLV member with data ID " + std::to_string(id) + " runs past its container's end");
+        }
+        if (!skip(r, base, static_cast<uint32_t>(size))) {
+            return false;
+        }
+        warn(base + at, static_cast<size_t>(size) + 2,
+             std::string(repeated == nullptr ? "unknown" : "repeated") + " TLV member with data ID " +
+                 std::to_string(id) + " skipped");
+        return true;
+    }
+
+    // A member the format knows, after its tag: the wire type must carry its kind, and a complex
+    // member's length field takes the size the wire type names.
+    bool readTlvMember(Reader& r, size_t base, size_t at, uint32_t wireType, const Param& m, int depth)
+    {
+        ZQSomeIPExtendAttr own = m.attr;
+        if (isBasic(m)) {
+            if (wireType != wireTypeOfWidth(basicWidth(m.kind))) {
+                where_.push(m.name);
+                return fail(Error::WireTypeMismatch, base + at,
+                            "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind]);
+            }
+        } else {
+            const uint32_t lfs = wireType == 4 ? configuredSize(m) : wireType >= 5 ? lengthFieldSizeOfWireType(wireType) : 0u;
+            if (lfs == 0) {
+                where_.push(m.name);
+                return fail(Error::WireTypeMismatch, base + at,
+                            "wire type " + std::to_string(wireType) + " does not carry a " + kKindNames[m.kind] +
+                                (wireType == 4 ? " without a configured length field size" : ""));
+            }
+            *lengthFieldSizeOf(m.kind, own) = lfs;
+        }
+        where_.push(m.name);
+        if (!value(r, base, m, depth + 1, isBasic(m) ? nullptr : &own)) {
+            return false;
+        }
+        where_.pop();
+        return true;
+    }
+
+    // The members read, in format order, from their texts; a mandatory one that did not come fails.
+    bool tlvObjectText(size_t base, const std::vector<Param>& members, const std::vector<std::string>& texts,
+                       const std::vector<bool>& present, size_t end, int depth)
+    {
+        out_ += '{';
+        bool first = true;
+        for (size_t k = 0; k < members.size(); ++k) {
+            if (!present[k]) {
+                if (!members[k].optional) {
+                    where_.push(members[k].name);
+                    return fail(Error::MissingMember, base + end,
+                                "the mandatory TLV member with data ID " + std::to_string(members[k].dataId) +
+                                    " is missing");
+                }
+                continue;
+            }
+            if (!first) {
+                out_ += ',';
+            }
+            first = false;
+            memberKey(members[k].key, depth + 1);
+            out_ += texts[k];
+        }
+        if (!first) {
+            newline(depth);
+        }
+        out_ += '}';
+        return true;
+    }
 
     // Skips `n` bytes inside the open container.
     bool skip(Reader& r, size_t base, uint32_t n)
@@ -857,83 +888,96 @@ private:
         case Param::Float: return number<float>(r, base, p, a);
         case Param::Double: return number<double>(r, base, p, a);
         case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
-        case Param::Structure:
-            if (!openContainer(r, base, p, r.struct_data_begin(a), ea)) {
-                return false;
-            }
-            if (p.tlv) {
-                const size_t begin = r.get_begin_index();
-                const uint32_t lfs = ea.struct_length_field_size;
-                const size_t end = begin + lfs + peekLength(data_ + base, begin, lfs, ea);
-                if (end > r.get_size()) {
-                    return fail(Error::LengthBeyondData, base + begin,
-                                "the struct's length field says more bytes than remain");
-                }
-                return tlvObject(r, base, p.members, ea, end, depth) && closeContainer(r, base, p, ea);
-            }
-            return object(r, base, p.members, depth) && closeContainer(r, base, p, ea);
+        case Param::Structure: return structValue(r, base, p, depth, ea, a);
         case Param::Union: return unionValue(r, base, p, depth, ea, over != nullptr);
-        case Param::Array: {
-            if (!openContainer(r, base, p, r.array_data_begin(a), ea)) {
-                return false;
-            }
-            // Every element but an empty one takes at least a byte, so a count beyond the bytes left
-            // plus 65,536 empty elements (as the classic decoder allows) could only produce text
-            // without end.
-            const uint64_t left = r.get_index() < r.get_size() ? r.get_size() - r.get_index() : 0;
-            if (p.count > left + (uint64_t{1} << 16)) {
-                return fail(Error::Truncated, base + r.get_index(),
-                            "the array declares " + std::to_string(p.count) + " elements, more than the " +
-                                std::to_string(left) + " bytes left can hold");
-            }
-            out_ += '[';
-            for (uint32_t i = 0; i < p.count; ++i) {
-                if (!element(r, base, p, i, depth)) {
-                    return false;
-                }
-            }
-            listEnd(p.count, depth);
-            return closeContainer(r, base, p, ea);
-        }
-        case Param::Vector: {
-            if (!openContainer(r, base, p, r.vector_data_begin(a), ea)) {
-                return false;
-            }
-            // Elements are read in place, until the content the length field announces is used up:
-            // padding inside the vector then counts from where the writer counts it.
-            const size_t begin = r.get_begin_index();
-            const uint32_t lfs = ea.vector_length_field_size;
-            const uint32_t length = peekLength(data_ + base, begin, lfs, ea);
-            const size_t end = begin + lfs + static_cast<size_t>(length);
-            if (end > r.get_size()) {
-                return fail(Error::LengthBeyondData, base + begin,
-                            "the vector's length field says " + std::to_string(length) + " bytes, " +
-                                std::to_string(r.get_size() - begin - lfs) + " remain");
-            }
-            out_ += '[';
-            uint32_t i = 0;
-            while (r.get_index() < end) {
-                const size_t before = r.get_index();
-                if (!element(r, base, p, i++, depth)) {
-                    return false;
-                }
-                // An element that takes no bytes (a structure without members) would never use the
-                // content up.
-                if (r.get_index() == before) {
-                    return fail(Error::LengthMismatch, base + before,
-                                "the vector's elements take no bytes, so its content is never used up");
-                }
-            }
-            if (i < p.minCount || i > p.maxCount) {
-                return fail(Error::WrongCount, base + begin,
-                            "the vector holds " + std::to_string(i) + " elements, the format allows " +
-                                std::to_string(p.minCount) + " to " + std::to_string(p.maxCount));
-            }
-            listEnd(i, depth);
-            return closeContainer(r, base, p, ea);
-        }
+        case Param::Array: return arrayValue(r, base, p, depth, ea, a);
+        case Param::Vector: return vectorValue(r, base, p, depth, ea, a);
         }
         return false;
+    }
+
+    bool structValue(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr& ea,
+                     const ZQSomeIPExtendAttr* a)
+    {
+        if (!openContainer(r, base, p, r.struct_data_begin(a), ea)) {
+            return false;
+        }
+        if (p.tlv) {
+            const size_t begin = r.get_begin_index();
+            const uint32_t lfs = ea.struct_length_field_size;
+            const size_t end = begin + lfs + peekLength(data_ + base, begin, lfs, ea);
+            if (end > r.get_size()) {
+                return fail(Error::LengthBeyondData, base + begin,
+                            "the struct's length field says more bytes than remain");
+            }
+            return tlvObject(r, base, p.members, ea, end, depth) && closeContainer(r, base, p, ea);
+        }
+        return object(r, base, p.members, depth) && closeContainer(r, base, p, ea);
+    }
+
+    bool arrayValue(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr& ea,
+                    const ZQSomeIPExtendAttr* a)
+    {
+        if (!openContainer(r, base, p, r.array_data_begin(a), ea)) {
+            return false;
+        }
+        // Every element but an empty one takes at least a byte, so a count beyond the bytes left
+        // plus 65,536 empty elements (as the classic decoder allows) could only produce text
+        // without end.
+        const uint64_t left = r.get_index() < r.get_size() ? r.get_size() - r.get_index() : 0;
+        if (p.count > left + (uint64_t{1} << 16)) {
+            return fail(Error::Truncated, base + r.get_index(),
+                        "the array declares " + std::to_string(p.count) + " elements, more than the " +
+                            std::to_string(left) + " bytes left can hold");
+        }
+        out_ += '[';
+        for (uint32_t i = 0; i < p.count; ++i) {
+            if (!element(r, base, p, i, depth)) {
+                return false;
+            }
+        }
+        listEnd(p.count, depth);
+        return closeContainer(r, base, p, ea);
+    }
+
+    bool vectorValue(Reader& r, size_t base, const Param& p, int depth, const ZQSomeIPExtendAttr& ea,
+                     const ZQSomeIPExtendAttr* a)
+    {
+        if (!openContainer(r, base, p, r.vector_data_begin(a), ea)) {
+            return false;
+        }
+        // Elements are read in place, until the content the length field announces is used up:
+        // padding inside the vector then counts from where the writer counts it.
+        const size_t begin = r.get_begin_index();
+        const uint32_t lfs = ea.vector_length_field_size;
+        const uint32_t length = peekLength(data_ + base, begin, lfs, ea);
+        const size_t end = begin + lfs + static_cast<size_t>(length);
+        if (end > r.get_size()) {
+            return fail(Error::LengthBeyondData, base + begin,
+                        "the vector's length field says " + std::to_string(length) + " bytes, " +
+                            std::to_string(r.get_size() - begin - lfs) + " remain");
+        }
+        out_ += '[';
+        uint32_t i = 0;
+        while (r.get_index() < end) {
+            const size_t before = r.get_index();
+            if (!element(r, base, p, i++, depth)) {
+                return false;
+            }
+            // An element that takes no bytes (a structure without members) would never use the
+            // content up.
+            if (r.get_index() == before) {
+                return fail(Error::LengthMismatch, base + before,
+                            "the vector's elements take no bytes, so its content is never used up");
+            }
+        }
+        if (i < p.minCount || i > p.maxCount) {
+            return fail(Error::WrongCount, base + begin,
+                        "the vector holds " + std::to_string(i) + " elements, the format allows " +
+                            std::to_string(p.minCount) + " to " + std::to_string(p.maxCount));
+        }
+        listEnd(i, depth);
+        return closeContainer(r, base, p, ea);
     }
 
     // [length][selector] (or [selector][length]) member, padding; without a length field the member
@@ -977,31 +1021,8 @@ private:
             return fail(Error::LengthBeyondData, base + begin,
                         "the union's member area of " + std::to_string(length) + " bytes runs past the payload");
         }
-        const Param* member = nullptr;
-        for (const Param& m : p.members) {
-            if (m.selector == selector) {
-                member = &m;
-            }
-        }
-        if (selector == 0 && p.allowNull) {
-            out_ += "null";
-        } else if (member == nullptr) {
-            return fail(Error::UnknownSelector, base + at,
-                        "the selector " + std::to_string(selector) + " names no member of this union");
-        } else {
-            out_ += '{';
-            newline(depth + 1);
-            out_ += member->key;
-            if (pretty_) {
-                out_ += ' ';
-            }
-            where_.push(member->name);
-            if (!value(r, base, *member, depth + 1)) {
-                return false;
-            }
-            where_.pop();
-            newline(depth);
-            out_ += '}';
+        if (!unionMember(r, base, p, selector, at, depth)) {
+            return false;
         }
         const size_t used = r.get_index() - memberStart;
         if (used > length) {
@@ -1018,6 +1039,35 @@ private:
             return false;
         }
         r.data_end();
+        return true;
+    }
+
+    // The member the selector names, as an object of that one member; null where the union allows it.
+    bool unionMember(Reader& r, size_t base, const Param& p, uint32_t selector, size_t at, int depth)
+    {
+        const Param* member = nullptr;
+        for (const Param& m : p.members) {
+            if (m.selector == selector) {
+                member = &m;
+            }
+        }
+        if (selector == 0 && p.allowNull) {
+            out_ += "null";
+            return true;
+        }
+        if (member == nullptr) {
+            return fail(Error::UnknownSelector, base + at,
+                        "the selector " + std::to_string(selector) + " names no member of this union");
+        }
+        out_ += '{';
+        memberKey(member->key, depth + 1);
+        where_.push(member->name);
+        if (!value(r, base, *member, depth + 1)) {
+            return false;
+        }
+        where_.pop();
+        newline(depth);
+        out_ += '}';
         return true;
     }
 
@@ -1605,29 +1655,40 @@ private:
         return false;
     }
 
-    bool unionValue(const Json::Node& v, const Param& p, int depth, const ZQSomeIPExtendAttr& ea, bool tlvMember)
+    // The member a union's object names and its value; both stay null for a null the union allows.
+    bool unionMember(const Json::Node& v, const Param& p, const Param*& member, const Json::Node*& child)
     {
-        const Param* member = nullptr;
-        const Json::Node* child = nullptr;
         if (v.type == Json::Type::Null) {
             if (!p.allowNull) {
                 return fail(Error::WrongType, "expects an object of one member (null only where the union allows it)");
             }
-        } else if (v.type != Json::Type::Object) {
+            return true;
+        }
+        if (v.type != Json::Type::Object) {
             return fail(Error::WrongType, "expects an object of one member");
-        } else if (v.count != 1) {
+        }
+        if (v.count != 1) {
             return fail(Error::WrongCount, "has " + std::to_string(v.count) + " members, a union takes exactly one");
-        } else {
-            const Json::Member& m = doc_.member(v, 0);
-            for (const Param& candidate : p.members) {
-                if (candidate.name == m.key) {
-                    member = &candidate;
-                }
+        }
+        const Json::Member& m = doc_.member(v, 0);
+        for (const Param& candidate : p.members) {
+            if (candidate.name == m.key) {
+                member = &candidate;
             }
-            if (member == nullptr) {
-                return fail(Error::UnknownMember, "has no member \"" + std::string(m.key) + "\"");
-            }
-            child = &doc_.node(m.value);
+        }
+        if (member == nullptr) {
+            return fail(Error::UnknownMember, "has no member \"" + std::string(m.key) + "\"");
+        }
+        child = &doc_.node(m.value);
+        return true;
+    }
+
+    bool unionValue(const Json::Node& v, const Param& p, int depth, const ZQSomeIPExtendAttr& ea, bool tlvMember)
+    {
+        const Param* member = nullptr;
+        const Json::Node* child = nullptr;
+        if (!unionMember(v, p, member, child)) {
+            return false;
         }
         const uint32_t selector = member != nullptr ? member->selector : 0;
         ZQSomeIPExtendAttr u = unionFrame(ea);

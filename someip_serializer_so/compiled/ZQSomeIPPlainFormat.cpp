@@ -166,6 +166,188 @@ bool enumerators(const Json::Value& list, uint32_t bits, bool isSignedField, std
     return true;
 }
 
+// A non-negative integer no larger than `most` (see integer() for how it may be written).
+bool countUpTo(const Json::Value& v, uint64_t most, uint64_t& out)
+{
+    bool negative = false;
+    return integer(v, negative, out) && !negative && out <= most;
+}
+
+// The keys only a member of a TLV structure has: its data ID and whether it may be left out.
+bool tlvMember(const Json::Value& item, Param& p, std::string& why)
+{
+    uint64_t id = 0;
+    if (!countUpTo(item["DataId"], 4095, id)) {
+        why = "TLV member \"" + p.name + "\" has no \"DataId\" from 0 to 4095";
+        return false;
+    }
+    p.dataId = static_cast<int32_t>(id);
+    if (item.isMember("Optional") && !flag(item["Optional"], p.optional)) {
+        why = "\"Optional\" of \"" + p.name + "\" is neither true nor false";
+        return false;
+    }
+    return true;
+}
+
+bool selector(const Json::Value& item, Param& p, std::string& why)
+{
+    if (item.isMember("Selector")) {
+        uint64_t n = 0;
+        if (!countUpTo(item["Selector"], 0xFFFFFFFFu, n)) {
+            why = "\"Selector\" of \"" + p.name + "\" is not a number from 0 to 4294967295";
+            return false;
+        }
+        p.selector = static_cast<uint32_t>(n);
+    }
+    return true;
+}
+
+// The parameter's kind; an ENUM or a BITFIELD takes the kind of its integer "BaseType".
+bool kind(const Json::Value& item, Param& p, std::string& why)
+{
+    std::string type = item["ParamType"].asString();
+    if (type == "ENUM" || type == "BITFIELD") {
+        const std::string base = get(item, "BaseType").asString();
+        Param::Kind baseKind = Param::Bool;
+        if (!plainParamKind(base, baseKind) || !isInteger(baseKind) || (type == "BITFIELD" && isSigned(baseKind))) {
+            why = type + " \"" + p.name + "\" needs an " + (type == "ENUM" ? "integer" : "unsigned integer") +
+                  " \"BaseType\"";
+            return false;
+        }
+        p.bitfield = type == "BITFIELD";
+        type = base;
+    }
+    if (!plainParamKind(type, p.kind)) {
+        why = "parameter \"" + p.name + "\" has the unknown type \"" + type + "\"";
+        return false;
+    }
+    return true;
+}
+
+bool enumeratorsOf(const Json::Value& item, uint32_t bits, Param& p, std::string& why)
+{
+    if (item.isMember("Enumerators")) {
+        if (!isInteger(p.kind) || p.bitfield) {
+            why = "\"Enumerators\" on \"" + p.name + "\", which is not an integer";
+            return false;
+        }
+        if (!enumerators(item["Enumerators"], bits, isSigned(p.kind), p.enumerators, why)) {
+            why = p.name + ": " + why;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool scale(const Json::Value& item, Param& p, std::string& why)
+{
+    if (!item.isMember("Scale")) {
+        return true;
+    }
+    const Json::Value& s = item["Scale"];
+    if (!(isInteger(p.kind) || p.kind == Param::Float || p.kind == Param::Double) || p.bitfield ||
+        !s.isObject() || !get(s, "Factor").isNumeric() || !std::isfinite(s["Factor"].asDouble()) ||
+        s["Factor"].asDouble() == 0 || !(get(s, "Offset").isNull() || s["Offset"].isNumeric()) ||
+        !(get(s, "Unit").isNull() || s["Unit"].isString())) {
+        why = "\"Scale\" of \"" + p.name + "\" is not {\"Factor\": non-zero number, \"Offset\": number, \"Unit\": text} "
+              "on a number";
+        return false;
+    }
+    p.scaled = true;
+    p.scale.factor = s["Factor"].asDouble();
+    p.scale.offset = s.isMember("Offset") ? s["Offset"].asDouble() : 0.0;
+    p.scale.unit = s.isMember("Unit") ? s["Unit"].asString() : std::string();
+    if (!std::isfinite(p.scale.offset)) {
+        why = "\"Scale\" of \"" + p.name + "\" has an offset that is not finite";
+        return false;
+    }
+    return true;
+}
+
+// The named bits of a bit field of `bits` bits: each inside the field, none overlapping another.
+bool bitField(const Json::Value& item, uint32_t bits, Param& p, std::string& why)
+{
+    const Json::Value& list = get(item, "Bits");
+    if (!list.isArray()) {
+        why = "bit field \"" + p.name + "\" has no \"Bits\" array";
+        return false;
+    }
+    uint64_t used = 0;
+    std::set<std::string> names;
+    for (const Json::Value& b : list) {
+        ZQSomeIPPlainBit bit;
+        bool negative = false;
+        uint64_t at = 0, width = 1;
+        if (!get(b, "Name").isString() || !integer(b["Bit"], negative, at) || negative ||
+            (b.isMember("Width") && (!integer(b["Width"], negative, width) || negative)) || width == 0 ||
+            at >= bits || width > bits - at) {
+            why = "bit field \"" + p.name + "\" has a bit without a \"Name\", or outside its " +
+                  std::to_string(bits) + " bits";
+            return false;
+        }
+        bit.name = b["Name"].asString();
+        const uint64_t mask = (width == 64 ? ~uint64_t(0) : ((uint64_t(1) << width) - 1)) << at;
+        if (bit.name == "$raw" || !names.insert(bit.name).second || (used & mask) != 0) {
+            why = "bit field \"" + p.name + "\": \"" + bit.name + "\" is named twice, named $raw or overlaps";
+            return false;
+        }
+        used |= mask;
+        bit.bit = static_cast<uint32_t>(at);
+        bit.width = static_cast<uint32_t>(width);
+        appendJsonString(bit.key, bit.name);
+        bit.key += ':';
+        if (b.isMember("Enumerators") && !enumerators(b["Enumerators"], bit.width, false, bit.enumerators, why)) {
+            why = p.name + "." + bit.name + ": " + why;
+            return false;
+        }
+        p.bits.push_back(std::move(bit));
+    }
+    return true;
+}
+
+bool stringLength(const Json::Value& item, bool parentInTlv, Param& p, std::string& why)
+{
+    if (item.isMember("FixedLength")) {
+        const bool utf16 = p.attr.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
+        const uint64_t least = (utf16 ? 2 : 1) * ((p.stringBom ? (utf16 ? 1 : 3) : 0) + (p.stringTerminator ? 1 : 0));
+        uint64_t length = 0;
+        if (!countUpTo(item["FixedLength"], kMaxFixedLength, length) || length == 0 || length < least) {
+            why = "\"FixedLength\" of \"" + p.name + "\" is not a byte count from " + std::to_string(std::max<uint64_t>(least, 1)) +
+                  " to " + std::to_string(kMaxFixedLength);
+            return false;
+        }
+        p.fixedLength = static_cast<uint32_t>(length);
+    } else if (p.attr.string_length_field_size == 0 && !parentInTlv) {
+        why = "string \"" + p.name + "\" has no length field (its StringLengthFieldSize is 0)";
+        return false;
+    }
+    return true;
+}
+
+bool vectorCounts(const Json::Value& item, bool parentInTlv, Param& p, std::string& why)
+{
+    if (p.attr.vector_length_field_size == 0 && !parentInTlv) {
+        why = "vector \"" + p.name + "\" has no length field (its VectorLengthFieldSize is 0)";
+        return false;
+    }
+    uint64_t n = 0;
+    if (item.isMember("MinCount")) {
+        if (!countUpTo(item["MinCount"], 0xFFFFFFFFu, n)) {
+            why = "\"MinCount\" of \"" + p.name + "\" is not a count";
+            return false;
+        }
+        p.minCount = static_cast<uint32_t>(n);
+    }
+    if (item.isMember("MaxCount")) {
+        if (!countUpTo(item["MaxCount"], 0xFFFFFFFFu, n) || n < p.minCount) {
+            why = "\"MaxCount\" of \"" + p.name + "\" is not a count from MinCount up";
+            return false;
+        }
+        p.maxCount = static_cast<uint32_t>(n);
+    }
+    return true;
+}
+
 } // namespace
 
 bool plainParamKind(const std::string& name, ZQSomeIPPlainParam::Kind& kind)
@@ -386,13 +568,7 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
     if (!resolve(given, item, c, why) || !attributes(get(item, "Attribute"), c, why)) {
         return false;
     }
-    p.explicitAttr = true;
-    p.attr = c.attr;
-    p.unionTypeFirst = c.typeFirst;
-    p.dynamicLengthFieldSize = c.dynamicLfs;
-    p.stringBom = c.bom;
-    p.stringTerminator = c.terminator;
-    p.stringUtf16ByteOrder = c.utf16Set ? c.utf16Order : c.attr.byte_order;
+    takeAttributes(c, p);
 
     // A TLV member is written apart and then placed behind the length field its size needs, so its
     // bytes must not depend on where it starts.
@@ -400,234 +576,119 @@ bool ZQSomeIPPlainFormatCompiler::param(const Json::Value& given, const Context&
         why = "\"" + p.name + "\" lies inside a TLV structure and has a DataAlignment, which TLV does not take";
         return false;
     }
-    if (parent.inTlv) {
-        bool negative = false;
-        uint64_t id = 0;
-        if (!integer(item["DataId"], negative, id) || negative || id > 4095) {
-            why = "TLV member \"" + p.name + "\" has no \"DataId\" from 0 to 4095";
-            return false;
-        }
-        p.dataId = static_cast<int32_t>(id);
-        if (item.isMember("Optional") && !flag(item["Optional"], p.optional)) {
-            why = "\"Optional\" of \"" + p.name + "\" is neither true nor false";
-            return false;
-        }
-    }
-    if (item.isMember("Selector")) {
-        bool negative = false;
-        uint64_t selector = 0;
-        if (!integer(item["Selector"], negative, selector) || negative || selector > 0xFFFFFFFFu) {
-            why = "\"Selector\" of \"" + p.name + "\" is not a number from 0 to 4294967295";
-            return false;
-        }
-        p.selector = static_cast<uint32_t>(selector);
-    }
-
-    std::string type = item["ParamType"].asString();
-    if (type == "ENUM" || type == "BITFIELD") {
-        const std::string base = get(item, "BaseType").asString();
-        Param::Kind baseKind = Param::Bool;
-        if (!plainParamKind(base, baseKind) || !isInteger(baseKind) || (type == "BITFIELD" && isSigned(baseKind))) {
-            why = type + " \"" + p.name + "\" needs an " + (type == "ENUM" ? "integer" : "unsigned integer") +
-                  " \"BaseType\"";
-            return false;
-        }
-        p.bitfield = type == "BITFIELD";
-        type = base;
-    }
-    if (!plainParamKind(type, p.kind)) {
-        why = "parameter \"" + p.name + "\" has the unknown type \"" + type + "\"";
+    if ((parent.inTlv && !tlvMember(item, p, why)) || !selector(item, p, why) || !kind(item, p, why)) {
         return false;
     }
     const uint32_t bits = widthOf(p.kind) * 8;
-
-    if (item.isMember("Enumerators")) {
-        if (!isInteger(p.kind) || p.bitfield) {
-            why = "\"Enumerators\" on \"" + p.name + "\", which is not an integer";
-            return false;
-        }
-        if (!enumerators(item["Enumerators"], bits, isSigned(p.kind), p.enumerators, why)) {
-            why = p.name + ": " + why;
-            return false;
-        }
+    if (!enumeratorsOf(item, bits, p, why) || !scale(item, p, why) || (p.bitfield && !bitField(item, bits, p, why))) {
+        return false;
     }
-    if (item.isMember("Scale")) {
-        const Json::Value& s = item["Scale"];
-        if (!(isInteger(p.kind) || p.kind == Param::Float || p.kind == Param::Double) || p.bitfield ||
-            !s.isObject() || !get(s, "Factor").isNumeric() || !std::isfinite(s["Factor"].asDouble()) ||
-            s["Factor"].asDouble() == 0 || !(get(s, "Offset").isNull() || s["Offset"].isNumeric()) ||
-            !(get(s, "Unit").isNull() || s["Unit"].isString())) {
-            why = "\"Scale\" of \"" + p.name + "\" is not {\"Factor\": non-zero number, \"Offset\": number, \"Unit\": text} "
-                  "on a number";
-            return false;
-        }
-        p.scaled = true;
-        p.scale.factor = s["Factor"].asDouble();
-        p.scale.offset = s.isMember("Offset") ? s["Offset"].asDouble() : 0.0;
-        p.scale.unit = s.isMember("Unit") ? s["Unit"].asString() : std::string();
-        if (!std::isfinite(p.scale.offset)) {
-            why = "\"Scale\" of \"" + p.name + "\" has an offset that is not finite";
-            return false;
-        }
-    }
-    if (p.bitfield) {
-        const Json::Value& list = get(item, "Bits");
-        if (!list.isArray()) {
-            why = "bit field \"" + p.name + "\" has no \"Bits\" array";
-            return false;
-        }
-        uint64_t used = 0;
-        std::set<std::string> names;
-        for (const Json::Value& b : list) {
-            ZQSomeIPPlainBit bit;
-            bool negative = false;
-            uint64_t at = 0, width = 1;
-            if (!get(b, "Name").isString() || !integer(b["Bit"], negative, at) || negative ||
-                (b.isMember("Width") && (!integer(b["Width"], negative, width) || negative)) || width == 0 ||
-                at >= bits || width > bits - at) {
-                why = "bit field \"" + p.name + "\" has a bit without a \"Name\", or outside its " +
-                      std::to_string(bits) + " bits";
-                return false;
-            }
-            bit.name = b["Name"].asString();
-            const uint64_t mask = (width == 64 ? ~uint64_t(0) : ((uint64_t(1) << width) - 1)) << at;
-            if (bit.name == "$raw" || !names.insert(bit.name).second || (used & mask) != 0) {
-                why = "bit field \"" + p.name + "\": \"" + bit.name + "\" is named twice, named $raw or overlaps";
-                return false;
-            }
-            used |= mask;
-            bit.bit = static_cast<uint32_t>(at);
-            bit.width = static_cast<uint32_t>(width);
-            appendJsonString(bit.key, bit.name);
-            bit.key += ':';
-            if (b.isMember("Enumerators") && !enumerators(b["Enumerators"], bit.width, false, bit.enumerators, why)) {
-                why = p.name + "." + bit.name + ": " + why;
-                return false;
-            }
-            p.bits.push_back(std::move(bit));
-        }
-    }
-
-    const Json::Value& sub = get(item, "SubParams");
     switch (p.kind) {
     case Param::String:
-        if (item.isMember("FixedLength")) {
-            bool negative = false;
-            uint64_t length = 0;
-            const uint64_t least = (p.attr.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 2 : 1) *
-                                   ((p.stringBom ? (p.attr.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 1 : 3) : 0) +
-                                    (p.stringTerminator ? 1 : 0));
-            if (!integer(item["FixedLength"], negative, length) || negative || length == 0 || length < least ||
-                length > kMaxFixedLength) {
-                why = "\"FixedLength\" of \"" + p.name + "\" is not a byte count from " + std::to_string(std::max<uint64_t>(least, 1)) +
-                      " to " + std::to_string(kMaxFixedLength);
-                return false;
-            }
-            p.fixedLength = static_cast<uint32_t>(length);
-        } else if (p.attr.string_length_field_size == 0 && !parent.inTlv) {
-            why = "string \"" + p.name + "\" has no length field (its StringLengthFieldSize is 0)";
-            return false;
-        }
-        break;
-    case Param::Structure: {
-        if (item.isMember("Tlv") && !flag(item["Tlv"], p.tlv)) {
-            why = "\"Tlv\" of \"" + p.name + "\" is neither true nor false";
-            return false;
-        }
-        if (p.tlv && p.attr.alignment != ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE) {
-            why = "TLV structure \"" + p.name + "\" has a DataAlignment, which TLV does not take";
-            return false;
-        }
-        if (p.tlv && p.attr.struct_length_field_size == 0 && !parent.inTlv) {
-            why = "TLV structure \"" + p.name + "\" has no length field, so its end is unknown";
-            return false;
-        }
-        Context members = c;
-        members.inTlv = p.tlv;
-        if (!sub.isNull() && !list(sub, members, p.members, why)) {
-            return false;
-        }
-        break;
-    }
+        return stringLength(item, parent.inTlv, p, why);
+    case Param::Structure:
+        return structure(item, c, parent.inTlv, p, why);
     case Param::Array:
-    case Param::Vector: {
-        if (p.kind == Param::Array) {
-            const Json::Value& count = item["Value"];
-            if (count.isArray() || count.isObject()) {
-                why = "array \"" + p.name + "\" has no element count";
-                return false;
-            }
-            p.count = StringToNum<unsigned int>(count.asString());
-        } else {
-            if (p.attr.vector_length_field_size == 0 && !parent.inTlv) {
-                why = "vector \"" + p.name + "\" has no length field (its VectorLengthFieldSize is 0)";
-                return false;
-            }
-            bool negative = false;
-            uint64_t n = 0;
-            if (item.isMember("MinCount")) {
-                if (!integer(item["MinCount"], negative, n) || negative || n > 0xFFFFFFFFu) {
-                    why = "\"MinCount\" of \"" + p.name + "\" is not a count";
-                    return false;
-                }
-                p.minCount = static_cast<uint32_t>(n);
-            }
-            if (item.isMember("MaxCount")) {
-                if (!integer(item["MaxCount"], negative, n) || negative || n > 0xFFFFFFFFu || n < p.minCount) {
-                    why = "\"MaxCount\" of \"" + p.name + "\" is not a count from MinCount up";
-                    return false;
-                }
-                p.maxCount = static_cast<uint32_t>(n);
-            }
-        }
-        // The element may be described directly, or inside an object of its own.
-        const Json::Value& element = sub.isObject() ? sub["SubParams"] : sub;
-        if (!element.isArray() || element.empty()) {
-            why = "parameter \"" + p.name + "\" has no element description";
-            return false;
-        }
-        Param e;
-        if (!param(element[0], c, e, why)) {
-            return false;
-        }
-        p.members.push_back(std::move(e));
-        break;
-    }
-    case Param::Union: {
-        if (p.attr.union_type_field_size == 0) {
-            why = "union \"" + p.name + "\" has no type field (its UnionTypeSelectorFieldSize is 0)";
-            return false;
-        }
-        if (item.isMember("AllowNull") && !flag(item["AllowNull"], p.allowNull)) {
-            why = "\"AllowNull\" of \"" + p.name + "\" is neither true nor false";
-            return false;
-        }
-        if (item.isMember("MaxLength")) {
-            bool negative = false;
-            uint64_t n = 0;
-            if (!integer(item["MaxLength"], negative, n) || negative || n > kMaxFixedLength) {
-                why = "\"MaxLength\" of \"" + p.name + "\" is not a byte count";
-                return false;
-            }
-            p.maxLength = static_cast<uint32_t>(n);
-        } else if (p.attr.union_length_field_size == 0 && !parent.inTlv) {
-            why = "union \"" + p.name + "\" has neither a length field nor a \"MaxLength\"";
-            return false;
-        }
-        if (!list(sub, c, p.members, why)) {
-            return false;
-        }
-        std::set<uint32_t> selectors;
-        for (const Param& m : p.members) {
-            if (m.selector == 0 || !selectors.insert(m.selector).second) {
-                why = "union \"" + p.name + "\": member \"" + m.name + "\" has no \"Selector\" of its own above 0";
-                return false;
-            }
-        }
-        break;
-    }
+    case Param::Vector:
+        return sequence(item, c, parent.inTlv, p, why);
+    case Param::Union:
+        return unionParam(item, c, parent.inTlv, p, why);
     default:
-        break;
+        return true;
+    }
+}
+
+void ZQSomeIPPlainFormatCompiler::takeAttributes(const Context& c, Param& p)
+{
+    p.explicitAttr = true;
+    p.attr = c.attr;
+    p.unionTypeFirst = c.typeFirst;
+    p.dynamicLengthFieldSize = c.dynamicLfs;
+    p.stringBom = c.bom;
+    p.stringTerminator = c.terminator;
+    p.stringUtf16ByteOrder = c.utf16Set ? c.utf16Order : c.attr.byte_order;
+}
+
+bool ZQSomeIPPlainFormatCompiler::structure(const Json::Value& item, const Context& c, bool parentInTlv, Param& p,
+                                            std::string& why)
+{
+    if (item.isMember("Tlv") && !flag(item["Tlv"], p.tlv)) {
+        why = "\"Tlv\" of \"" + p.name + "\" is neither true nor false";
+        return false;
+    }
+    if (p.tlv && p.attr.alignment != ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE) {
+        why = "TLV structure \"" + p.name + "\" has a DataAlignment, which TLV does not take";
+        return false;
+    }
+    if (p.tlv && p.attr.struct_length_field_size == 0 && !parentInTlv) {
+        why = "TLV structure \"" + p.name + "\" has no length field, so its end is unknown";
+        return false;
+    }
+    Context members = c;
+    members.inTlv = p.tlv;
+    const Json::Value& sub = get(item, "SubParams");
+    return sub.isNull() || list(sub, members, p.members, why);
+}
+
+bool ZQSomeIPPlainFormatCompiler::sequence(const Json::Value& item, const Context& c, bool parentInTlv, Param& p,
+                                           std::string& why)
+{
+    if (p.kind == Param::Array) {
+        const Json::Value& count = item["Value"];
+        if (count.isArray() || count.isObject()) {
+            why = "array \"" + p.name + "\" has no element count";
+            return false;
+        }
+        p.count = StringToNum<unsigned int>(count.asString());
+    } else if (!vectorCounts(item, parentInTlv, p, why)) {
+        return false;
+    }
+    // The element may be described directly, or inside an object of its own.
+    const Json::Value& sub = get(item, "SubParams");
+    const Json::Value& element = sub.isObject() ? sub["SubParams"] : sub;
+    if (!element.isArray() || element.empty()) {
+        why = "parameter \"" + p.name + "\" has no element description";
+        return false;
+    }
+    Param e;
+    if (!param(element[0], c, e, why)) {
+        return false;
+    }
+    p.members.push_back(std::move(e));
+    return true;
+}
+
+bool ZQSomeIPPlainFormatCompiler::unionParam(const Json::Value& item, const Context& c, bool parentInTlv, Param& p,
+                                             std::string& why)
+{
+    if (p.attr.union_type_field_size == 0) {
+        why = "union \"" + p.name + "\" has no type field (its UnionTypeSelectorFieldSize is 0)";
+        return false;
+    }
+    if (item.isMember("AllowNull") && !flag(item["AllowNull"], p.allowNull)) {
+        why = "\"AllowNull\" of \"" + p.name + "\" is neither true nor false";
+        return false;
+    }
+    if (item.isMember("MaxLength")) {
+        uint64_t n = 0;
+        if (!countUpTo(item["MaxLength"], kMaxFixedLength, n)) {
+            why = "\"MaxLength\" of \"" + p.name + "\" is not a byte count";
+            return false;
+        }
+        p.maxLength = static_cast<uint32_t>(n);
+    } else if (p.attr.union_length_field_size == 0 && !parentInTlv) {
+        why = "union \"" + p.name + "\" has neither a length field nor a \"MaxLength\"";
+        return false;
+    }
+    if (!list(get(item, "SubParams"), c, p.members, why)) {
+        return false;
+    }
+    std::set<uint32_t> selectors;
+    for (const Param& m : p.members) {
+        if (m.selector == 0 || !selectors.insert(m.selector).second) {
+            why = "union \"" + p.name + "\": member \"" + m.name + "\" has no \"Selector\" of its own above 0";
+            return false;
+        }
     }
     return true;
 }

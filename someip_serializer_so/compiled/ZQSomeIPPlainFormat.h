@@ -42,6 +42,13 @@ private:
     bool list(const Json::Value& list, const Context& parent, std::vector<ZQSomeIPPlainParam>& out, std::string& why);
     bool resolve(const Json::Value& item, Json::Value& resolved, Context& scope, std::string& why);
     bool attributes(const Json::Value& object, Context& c, std::string& why);
+    static void takeAttributes(const Context& c, ZQSomeIPPlainParam& p);
+    // The keys of each compound kind; `c` is the compound's own context, `parentInTlv` whether it
+    // is itself a member of a TLV structure.
+    bool structure(const Json::Value& item, const Context& c, bool parentInTlv, ZQSomeIPPlainParam& p, std::string& why);
+    bool sequence(const Json::Value& item, const Context& c, bool parentInTlv, ZQSomeIPPlainParam& p, std::string& why);
+    bool unionParam(const Json::Value& item, const Context& c, bool parentInTlv, ZQSomeIPPlainParam& p,
+                    std::string& why);
 
     const Json::Value& document_;
     const Json::Value* serviceTypes_ = nullptr;

@@ -63,59 +63,68 @@ bool ZQSomeIPFormatIndex::collect(const Json::Value& document, const AttributeRe
     }
     const Json::ArrayIndex serviceCount = services.isArray() ? services.size() : 0;
     for (Json::ArrayIndex i = 0; i < serviceCount; ++i) {
-        const Json::Value& service = services[i];
-        if (!keyed(service)) {
+        if (!collectService(document, services[i], readAttr, found)) {
             return false;
         }
-        const int serviceID = idOf(service, "ServiceID");
-        if (!service.isObject()) {
-            continue;  // an empty service: matches ID 0 and holds nothing
+    }
+    return true;
+}
+
+bool ZQSomeIPFormatIndex::collectService(const Json::Value& document, const Json::Value& service,
+                                         const AttributeReader& readAttr,
+                                         std::unordered_map<uint64_t, const ZQSomeIPIndexedMethod*>& found)
+{
+    if (!keyed(service)) {
+        return false;
+    }
+    const int serviceID = idOf(service, "ServiceID");
+    if (!service.isObject()) {
+        return true;  // an empty service: matches ID 0 and holds nothing
+    }
+    for (const char* arrayName : {"Methods", "Events", "Fields"}) {
+        if (!positional(service[arrayName])) {
+            return false;
         }
-        for (const char* arrayName : {"Methods", "Events", "Fields"}) {
-            if (!positional(service[arrayName])) {
-                return false;
+    }
+    bool attrRead = false;
+    bool hasAttr = false;
+    ZQSomeIPExtendAttr attr;
+    for (const ZQSomeIPSearchPlan& plan : kSearchPlans) {
+        for (const char* arrayName : plan.arrays) {
+            if (arrayName == nullptr || !service[arrayName].isArray()) {
+                continue;
             }
-        }
-        bool attrRead = false;
-        bool hasAttr = false;
-        ZQSomeIPExtendAttr attr;
-        for (const ZQSomeIPSearchPlan& plan : kSearchPlans) {
-            for (const char* arrayName : plan.arrays) {
-                if (arrayName == nullptr || !service[arrayName].isArray()) {
+            for (const Json::Value& entry : service[arrayName]) {
+                if (!keyed(entry)) {
+                    return false;
+                }
+                const int methodID = idOf(entry, plan.idKey);
+                const Json::Value& params = entry.isObject() ? entry["Params"] : Json::Value::nullSingleton();
+                if (!positional(params)) {
+                    return false;
+                }
+                if (!params.isArray()) {
                     continue;
                 }
-                for (const Json::Value& entry : service[arrayName]) {
-                    if (!keyed(entry)) {
+                for (const Json::Value& param : params) {
+                    if (!keyed(param)) {
                         return false;
                     }
-                    const int methodID = idOf(entry, plan.idKey);
-                    const Json::Value& params = entry.isObject() ? entry["Params"] : Json::Value::nullSingleton();
-                    if (!positional(params)) {
-                        return false;
-                    }
-                    if (!params.isArray()) {
+                    if (!param.isObject() || param.get("MethodType", Json::Value()).asString() != plan.methodType) {
                         continue;
                     }
-                    for (const Json::Value& param : params) {
-                        if (!keyed(param)) {
-                            return false;
-                        }
-                        if (!param.isObject() || param.get("MethodType", Json::Value()).asString() != plan.methodType) {
-                            continue;
-                        }
-                        const uint64_t k = key(serviceID, methodID, plan.kind);
-                        if (found.count(k) != 0) {
-                            continue;  // an earlier service or entry of this document wins
-                        }
-                        if (!attrRead) {
-                            hasAttr = readAttr(service, document, attr);
-                            attrRead = true;
-                        }
-                        const Json::Value* details = param.isMember("ParamsDetails") ? &param["ParamsDetails"] : nullptr;
-                        methods_.emplace_back(details, hasAttr, attr);
-                        methods_.back().setOrigin(&service, &entry, &param);
-                        found.emplace(k, &methods_.back());
+                    const uint64_t k = key(serviceID, methodID, plan.kind);
+                    if (found.count(k) != 0) {
+                        continue;  // an earlier service or entry of this document wins
                     }
+                    if (!attrRead) {
+                        hasAttr = readAttr(service, document, attr);
+                        attrRead = true;
+                    }
+                    const Json::Value* details = param.isMember("ParamsDetails") ? &param["ParamsDetails"] : nullptr;
+                    methods_.emplace_back(details, hasAttr, attr);
+                    methods_.back().setOrigin(&service, &entry, &param);
+                    found.emplace(k, &methods_.back());
                 }
             }
         }

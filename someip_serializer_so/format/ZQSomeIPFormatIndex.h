@@ -102,6 +102,8 @@ private:
     // Fills `found` with the first match of every key in document order; false if the document is irregular.
     bool collect(const Json::Value& document, const AttributeReader& readAttr,
                  std::unordered_map<uint64_t, const ZQSomeIPIndexedMethod*>& found);
+    bool collectService(const Json::Value& document, const Json::Value& service, const AttributeReader& readAttr,
+                        std::unordered_map<uint64_t, const ZQSomeIPIndexedMethod*>& found);
 
     std::vector<Segment> segments_;
     std::deque<ZQSomeIPIndexedMethod> methods_;  // stable addresses for the slots

@@ -32,6 +32,19 @@ std::string utf16_to_utf8(const uint8_t* bytes, uint32_t count, bool little_endi
     return zq_someip_utf16_to_utf8(units);
 }
 
+// The length field that sizes a block: that of the array or vector it is read from; other containers
+// have none for it.
+uint32_t block_length_field_size(const ZQSomeIPInternalAttr& top)
+{
+    if (top.type == ZQ_SOMEIP_CONTAINER_ARRAY) {
+        return top.attr.array_length_field_size;
+    }
+    if (top.type == ZQ_SOMEIP_CONTAINER_VECTOR) {
+        return top.attr.vector_length_field_size;
+    }
+    return 0;
+}
+
 } // namespace
 
 ZQSomeIPPayloadDeserializerGeneral::ZQSomeIPPayloadDeserializerGeneral(const ZQSomeIPExtendAttr* attr)
@@ -536,12 +549,7 @@ uint32_t ZQSomeIPPayloadDeserializerGeneral::read(uint8_t** data, uint32_t* size
 
     // The container's own length field decides the length.
     const ZQSomeIPInternalAttr& top = m_attr_list.back();
-    uint32_t lfs = 0;
-    if (top.type == ZQ_SOMEIP_CONTAINER_ARRAY) {
-        lfs = top.attr.array_length_field_size;
-    } else if (top.type == ZQ_SOMEIP_CONTAINER_VECTOR) {
-        lfs = top.attr.vector_length_field_size;
-    }
+    const uint32_t lfs = block_length_field_size(top);
     Rules::apply_byte_order(*m_byte_order, a.attr.byte_order);
     if (static_cast<int32_t>(lfs) > 0) {
         *size = top.attr.length_field_value;
