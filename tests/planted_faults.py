@@ -125,8 +125,8 @@ FAULTS = [
           "",
           "an array declared with 0 elements decodes as empty instead of failing"),
     Fault("compiled-vector-without-value", "fast paths", COMP + "ZQSomeIPCompiledFormat.cpp",
-          "if (!hasValue && (basic || node.kind == ZQSomeIPParamKind::Vector)) {",
-          "if (!hasValue && basic) {",
+          "const bool valued = basic || node.kind == ZQSomeIPParamKind::Vector;",
+          "const bool valued = basic;",
           "a vector described without \"Value\" decodes without its element count"),
 
     # ---- plain codec ----
