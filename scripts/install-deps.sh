@@ -24,6 +24,12 @@ $py -c 'import sysconfig, os, sys; sys.exit(not os.path.exists(sysconfig.get_pat
 $py -c 'import pybind11' 2>/dev/null              || need+=(python3-pybind11)
 $py -c 'import pytest' 2>/dev/null                || need+=(python3-pytest)
 $py -c 'import dask, distributed' 2>/dev/null     || need+=(python3-dask python3-distributed)
+# Frames (capture_frames) and the plotting example.
+$py -c 'import numpy' 2>/dev/null                 || need+=(python3-numpy)
+$py -c 'import pandas' 2>/dev/null                || need+=(python3-pandas)
+$py -c 'import matplotlib' 2>/dev/null            || need+=(python3-matplotlib)
+# The capture report's browser test: a headless browser opens the report.
+command -v chromium >/dev/null 2>&1               || need+=(chromium)
 # Fuzzing only (scripts/fuzz.sh sets SOMEIP_FUZZ=1): clang and its libFuzzer and sanitizer runtimes.
 if [ -n "${SOMEIP_FUZZ:-}" ]; then
   command -v clang++ >/dev/null 2>&1 || need+=(clang)
