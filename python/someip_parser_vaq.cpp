@@ -3,8 +3,8 @@
 //
 // Conversions release the GIL while the library works, so Python threads decode in parallel; the
 // plain calls share one immutable ZQSomeIPFormatSet, the classic ones take turns on one
-// ZQSomeIPParserAPI. Results cross into Python as JSON text read by Python's own json module: the
-// library's plain text is exact (integers of every width, floats that read back to the same bits), and
+// ZQSomeIPParserAPI. Results become Python objects in C++ as the library's compact text is read
+// (objects.h): the text is exact (integers of every width, floats that read back to the same bits), and
 // one reader keeps dicts and the tool's lines identical.
 #include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
@@ -23,20 +23,24 @@
 #include "ZQSomeIPVersion.h"
 #include "capture_lines.h"
 #include "compiled/ZQSomeIPFormatSet.h"
+#include "frames.h"
+#include "objects.h"
 
 namespace py = pybind11;
 using namespace pybind11::literals;
 
 namespace {
 
+using someip_python::KeyCache;
+using someip_python::buildObjects;
+using someip_python::text;
 using ZQSomeIP::ZQSomeIPFormatSet;
 using ZQSomeIP::ZQSomeIPPlainError;
 using ZQSomeIP::ZQSomeIPPlainStatus;
 namespace cap = ZQSomeIP::capture;
 
-// json.loads, json.dumps and the module's Error class. Held for the life of the process and never
+// json.dumps and the module's Error class. Held for the life of the process and never
 // released: dropping them while the interpreter shuts down would touch freed objects.
-py::handle g_loads;
 py::handle g_dumps;
 py::handle g_error;
 
@@ -64,22 +68,6 @@ class Error(Exception):
             return "%s: %s (at %s)" % (self.code, self.message, self.path)
         return "%s: %s" % (self.code, self.message)
 )py";
-
-// Text from the library or a capture as a Python str. Capture texts (service discovery configuration
-// strings) may hold bytes that are not UTF-8; those become U+FFFD rather than failing the record.
-py::str text(std::string_view s)
-{
-    PyObject* o = PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), "replace");
-    if (o == nullptr) {
-        throw py::error_already_set();
-    }
-    return py::reinterpret_steal<py::str>(o);
-}
-
-py::object loads(std::string_view json)
-{
-    return g_loads(text(json));
-}
 
 py::object makeError(std::string_view code, std::string_view message, py::object offset, py::object path)
 {
@@ -190,7 +178,8 @@ public:
         if (!status.ok()) {
             raise(statusError(status));
         }
-        return loads(json);
+        keys_.select(set_->find(service, method, type));
+        return buildObjects(json, keys_);
     }
 
     py::list decodeMany(py::iterable items, bool returnErrors, std::string_view enumStyle, std::string_view scaled,
@@ -212,28 +201,18 @@ public:
             jobs.push_back(Job{fields[0].cast<int>(), fields[1].cast<int>(), fields[2].cast<int>(),
                                ByteView(fields[3]), {}, {}});
         }
-        // One text for all results, read by one json.loads call: far fewer crossings than one per item.
-        std::string all = "[";
         {
             py::gil_scoped_release nogil;
             for (Job& j : jobs) {
                 j.status = ZQSomeIP::plainDecode(*set_, j.service, j.method, j.type, j.bytes.data(), j.bytes.size(),
                                                  j.json, options);
-                if (j.status.ok()) {
-                    if (all.size() > 1) {
-                        all += ',';
-                    }
-                    all += j.json;
-                }
             }
         }
-        all += ']';
-        const py::list decoded = loads(all);
         py::list out(jobs.size());
-        size_t next = 0;
         for (size_t i = 0; i < jobs.size(); ++i) {
             if (jobs[i].status.ok()) {
-                out[i] = decoded[next++];
+                keys_.select(set_->find(jobs[i].service, jobs[i].method, jobs[i].type));
+                out[i] = buildObjects(jobs[i].json, keys_);
                 continue;
             }
             py::object error = statusError(jobs[i].status);
@@ -360,6 +339,7 @@ private:
 
     std::string path_;
     std::shared_ptr<const ZQSomeIPFormatSet> set_;
+    mutable KeyCache keys_;  // used with the GIL held
     std::mutex classicMutex_;
     std::unique_ptr<ZQSomeIP::ZQSomeIPParserAPI> classic_;
 };
@@ -441,7 +421,7 @@ private:
         position_ = 0;
         if (!lines_) {
             text_ += ']';
-            chunk_ = loads(text_);
+            chunk_ = buildObjects(text_, keys_);
             return;
         }
         chunk_ = py::list(ends_.size());
@@ -462,6 +442,7 @@ private:
     std::string text_;
     std::vector<size_t> ends_;  // where each record's text ends in text_
     py::list chunk_;
+    KeyCache keys_;
     size_t position_ = 0;
     struct {
         uint64_t lines = 0, decoded = 0;
@@ -531,7 +512,8 @@ void defineImport(py::module_& m)
               if (!result.ok) {
                   raise(makeError("import_failed", result.error, py::none(), py::none()));
               }
-              return py::make_tuple(text(result.formatText), loads(result.report.toJson()));
+              KeyCache keys;
+              return py::make_tuple(text(result.formatText), buildObjects(result.report.toJson(), keys));
           },
           "paths"_a, py::kw_only(), "dialect"_a = "auto",
           "FIBEX 4 or AUTOSAR ARXML description files -> (format document text, report dict). The text loads\n"
@@ -548,6 +530,30 @@ void defineCapture(py::module_& m)
         .def_property_readonly("stats", &CaptureIterator::stats,
                                "Counts so far: frames and SOME/IP messages read; lines (records) yielded or\n"
                                "about to be, how many of them decoded (payload or service discovery) and failed");
+
+    m.def("capture_frames",
+          [](py::object paths, const Formats& formats, std::optional<std::vector<std::string>> select,
+             std::optional<std::vector<uint16_t>> ports, std::string_view enumStyle, std::string_view scaled,
+             bool strict) {
+              const std::vector<std::string> files = py::isinstance<py::str>(paths)
+                  ? std::vector<std::string>{paths.cast<std::string>()}
+                  : paths.cast<std::vector<std::string>>();
+              try {
+                  return someip_python::captureFrames(files, formats.set(), select ? *select : std::vector<std::string>(),
+                                                      ports ? *ports : std::vector<uint16_t>(),
+                                                      plainOptions(enumStyle, scaled, strict));
+              } catch (const someip_python::CaptureError& e) {
+                  raise(makeError("file_error", e.message, py::none(), text(e.path)));
+              }
+          },
+          "paths"_a, "formats"_a, "select"_a = py::none(), py::kw_only(), "ports"_a = py::none(),
+          "enum_style"_a = "name", "scaled"_a = "raw", "strict"_a = false,
+          "Captures (a path or a list of paths) -> {name: pandas.DataFrame}: one frame per message kind,\n"
+          "named 'Service.Method' (names from the formats, else IDs as '0x1234.0x8001'), with ':response'\n"
+          "or ':error' for replies. One row per decoded message; columns: time (datetime64[ns]), frame,\n"
+          "src, dst, the header fields, then one per payload leaf (members joined with dots, fixed array\n"
+          "elements numbered 'a.0', vectors kept as lists). select: names (with or without the suffix,\n"
+          "names or IDs) of the frames wanted. Needs pandas and numpy.");
 
     m.def("read_capture",
           [](std::string path, const Formats& formats, std::optional<std::vector<uint16_t>> ports, bool lines,
@@ -572,7 +578,6 @@ PYBIND11_MODULE(someip_parser_vaq, m)
     m.attr("__version__") = SOMEIP_PARSER_VAQ_VERSION_STRING;
 
     const py::module_ json = py::module_::import("json");
-    g_loads = py::object(json.attr("loads")).release();
     g_dumps = py::object(json.attr("dumps")).release();
     py::exec(kErrorClass, m.attr("__dict__"));
     g_error = py::object(m.attr("Error")).release();
