@@ -75,3 +75,15 @@ def test_the_module_imports_without_pandas_and_says_what_frames_need(bulk):
     run = subprocess.run([sys.executable, "-c", script, BULK_FORMATS, bulk[0]], stdout=subprocess.PIPE,
                          stderr=subprocess.PIPE, check=True, env=os.environ)
     assert "python3-pandas" in run.stdout.decode()
+
+
+def test_the_plotting_example_writes_an_image(bulk_formats, tmp_path):
+    pytest.importorskip("matplotlib")
+    pcap = generate_capture(tmp_path, 300)
+    example = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python", "plot_signal.py")
+    image = str(tmp_path / "plot.png")
+    subprocess.run([sys.executable, example, pcap, "--formats", BULK_FORMATS, "--signal", "BulkService.Bulk_asU32.u16",
+                    "--signal", "0x1234.0x8003.flag", "-o", image], check=True, env=os.environ,
+                   stdout=subprocess.DEVNULL)
+    with open(image, "rb") as f:
+        assert f.read(8) == b"\x89PNG\r\n\x1a\n"
