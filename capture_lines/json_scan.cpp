@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "compiled/ZQSomeIPJsonText.h"
+
 namespace capture_lines {
 
 namespace {
@@ -9,25 +11,6 @@ namespace {
 bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-void appendUtf8(std::string& out, uint32_t cp)
-{
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
 }
 
 } // namespace
@@ -136,7 +119,7 @@ bool JsonScanner::unescape(size_t begin, std::string& scratch)
                     at_ = mark;
                 }
             }
-            appendUtf8(scratch, unit >= 0xD800 && unit < 0xE000 ? 0xFFFDu : unit);
+            ZQSomeIP::appendUtf8(scratch, unit >= 0xD800 && unit < 0xE000 ? 0xFFFDu : unit);
             break;
         }
         default:
