@@ -218,67 +218,62 @@ bool JsonScanner::skipValue(std::string_view& span, int depth)
     return ok;
 }
 
+namespace {
+
+// The members or elements of a container after its opening bracket, up to its closing one.
+bool walkItems(JsonScanner& scanner, JsonVisitor& visitor, std::string& scratch, int depth, bool object)
+{
+    const char close = object ? '}' : ']';
+    if (scanner.take(close)) {
+        return true;
+    }
+    std::string_view name;
+    do {
+        if (object) {
+            if (!scanner.string(scratch, name) || !scanner.take(':')) {
+                return false;
+            }
+            visitor.key(name);
+        }
+        if (!walkValue(scanner, visitor, scratch, depth + 1)) {
+            return false;
+        }
+    } while (scanner.take(','));
+    return scanner.take(close);
+}
+
+} // namespace
+
 bool walkValue(JsonScanner& scanner, JsonVisitor& visitor, std::string& scratch, int depth)
 {
-    std::string_view s;
-    switch (scanner.peek()) {
-    case '{':
+    const char c = scanner.peek();
+    if (c == '{' || c == '[') {
+        const bool object = c == '{';
         if (depth >= JsonScanner::kMaxDepth) {
             return false;
         }
-        scanner.take('{');
-        visitor.beginObject();
-        if (!scanner.take('}')) {
-            do {
-                if (!scanner.string(scratch, s) || !scanner.take(':')) {
-                    return false;
-                }
-                visitor.key(s);
-                if (!walkValue(scanner, visitor, scratch, depth + 1)) {
-                    return false;
-                }
-            } while (scanner.take(','));
-            if (!scanner.take('}')) {
-                return false;
-            }
-        }
-        visitor.endObject();
-        return true;
-    case '[':
-        if (depth >= JsonScanner::kMaxDepth) {
+        scanner.take(c);
+        object ? visitor.beginObject() : visitor.beginArray();
+        if (!walkItems(scanner, visitor, scratch, depth, object)) {
             return false;
         }
-        scanner.take('[');
-        visitor.beginArray();
-        if (!scanner.take(']')) {
-            do {
-                if (!walkValue(scanner, visitor, scratch, depth + 1)) {
-                    return false;
-                }
-            } while (scanner.take(','));
-            if (!scanner.take(']')) {
-                return false;
-            }
-        }
-        visitor.endArray();
+        object ? visitor.endObject() : visitor.endArray();
         return true;
-    case '"':
+    }
+    if (c == '"') {
+        std::string_view s;
         if (!scanner.string(scratch, s)) {
             return false;
         }
         visitor.string(s);
         return true;
-    case 't':
-    case 'f': {
-        const bool b = scanner.peek() == 't';
-        if (!scanner.literal(b ? "true" : "false")) {
+    }
+    if (c == 't' || c == 'f') {
+        if (!scanner.literal(c == 't' ? "true" : "false")) {
             return false;
         }
-        visitor.boolean(b);
+        visitor.boolean(c == 't');
         return true;
-    }
-    default:
-        break;
     }
     if (scanner.literal("null")) {
         visitor.null();
