@@ -70,7 +70,8 @@ std::vector<Point> extremes(const Series& series)
     return points;
 }
 
-// Messages per second in each bucket, at the bucket's middle.
+// Messages per second in each bucket, at the bucket's middle (the bucket the capture ends in reaches past
+// its end, so its rate reads low).
 std::vector<Point> rates(const Series& series)
 {
     std::vector<Point> points;
@@ -80,6 +81,19 @@ std::vector<Point> rates(const Series& series)
         points.emplace_back((static_cast<double>(i) + 0.5) * width, static_cast<double>(buckets[i].count) / width);
     }
     return points;
+}
+
+// Lane labels stay within the timeline's margin (cut at a character, not inside one).
+std::string shortened(std::string text, size_t most)
+{
+    if (text.size() <= most) {
+        return text;
+    }
+    size_t cut = most - 1;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) {
+        --cut;
+    }
+    return text.substr(0, cut) + "\u2026";
 }
 
 void appendPath(std::string& out, const Frame& f, const std::vector<Point>& points, bool step, const char* color)
@@ -275,7 +289,7 @@ void appendSdTimeline(std::string& out, const Report& report, const std::map<uin
         std::string label = html::serviceLabel(instance.service, name != names.end() ? name->second : std::string());
         std::string id;
         html::hexId(id, instance.instance);
-        appendText(out, f.left - 6, top + 15, "end", label + " / " + id);
+        appendText(out, f.left - 6, top + 15, "end", shortened(label, 24) + " / " + id);
         for (SdRun run : instance.runs) {
             run.first -= origin;
             run.last -= origin;

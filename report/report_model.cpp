@@ -291,7 +291,7 @@ void ReportBuilder::rate(const cap::Message& m)
         std::vector<ServiceRate>& rates = report_.rates;
         const bool full = rates.size() >= options_.max_services;
         if (!full || rates.empty() || !rates.back().others) {
-            ServiceRate r{service, full, Series(options_.points)};
+            ServiceRate r{service, full, Series(options_.rate_points)};
             rates.push_back(std::move(r));
         }
         index = rates.size() - 1;

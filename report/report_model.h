@@ -36,7 +36,8 @@ struct SignalChoice {
 struct ReportOptions {
     std::vector<SignalChoice> signals;  // empty: every numeric leaf
     size_t max_signals = 50;
-    size_t points = 2048;               // buckets per series (each draws its min and its max)
+    size_t points = 2048;               // buckets per signal (each draws its min and its max)
+    size_t rate_points = 256;           // buckets per rate line (fewer: each is a count, smoother wider)
     size_t samples_per_reason = 5;      // failing messages kept per reason
     size_t max_rows = 10000;            // message kinds tabulated
     size_t max_services = 64;           // services with a rate line of their own
