@@ -248,7 +248,7 @@ void appendRun(std::string& out, const Frame& f, double lane_top, const SdRun& r
     if (!stop && run.type != 0x00) {
         end += run.ttl == 0xFFFFFF ? f.x1 : static_cast<double>(run.ttl);
     }
-    const double x = f.px(toSeconds(run.first));
+    const double x = f.px(std::max(0.0, toSeconds(run.first)));  // records before the first one's time
     const double width = std::max(2.0, f.px(std::min(end, f.x1)) - x);
     out += "<rect x=\"";
     html::coord(out, x);

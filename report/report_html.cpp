@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <initializer_list>
@@ -30,9 +31,16 @@ void real(std::string& out, double v, int digits)
 
 void coord(std::string& out, double v)
 {
-    char text[40];
-    const int n = std::snprintf(text, sizeof(text), "%.1f", v);
-    out.append(text, n > 0 ? static_cast<size_t>(n) : 0);
+    // As whole tenths: a page holds hundreds of thousands of coordinates, and formatting them as
+    // floating point would cost a good part of the report's time.
+    long long tenths = std::isfinite(v) && std::fabs(v) < 1e15 ? std::llround(v * 10) : 0;
+    if (tenths < 0) {
+        out += '-';
+        tenths = -tenths;
+    }
+    count(out, static_cast<uint64_t>(tenths / 10));
+    out += '.';
+    out += static_cast<char>('0' + tenths % 10);
 }
 
 void hexId(std::string& out, uint32_t v, int width)
@@ -112,7 +120,7 @@ svg text{font-size:10px;fill:#444}.axis path{fill:none;stroke:#999}
 .signals{display:flex;flex-wrap:wrap;gap:8px}.card{border:1px solid #ddd;padding:4px;width:322px}
 .card .t{font-weight:600;overflow-wrap:anywhere}.card .v{color:#555}
 pre{background:#f6f6f6;padding:4px;white-space:pre-wrap;overflow-wrap:anywhere;margin:2px 0}
-.note{color:#666}#script-errors{color:#b00}
+.note{color:#666}.side{display:flex;gap:32px;align-items:flex-start}.side h3{margin-top:0}#script-errors{color:#b00}
 </style>)";
 
 // Records script errors in the page itself, where a headless browser's DOM dump shows them.
@@ -215,7 +223,7 @@ uint64_t codes(const cap::Statistics& s, std::initializer_list<cap::ErrorCode> w
 void appendSummary(std::string& out, const Report& report)
 {
     const Summary& s = report.summary;
-    out += "<h2 id=\"summary\">Summary</h2>";
+    out += "<h2 id=\"summary\">Summary</h2><div class=\"side\"><div>";
     appendHead(out, "summary-table", "kv", {"What", "Value"});
     std::string first;
     if (s.timed) {
@@ -240,7 +248,7 @@ void appendSummary(std::string& out, const Report& report)
     Row(out).text("Duplicates ignored").number(s.stats.duplicates);
     Row(out).text("Frames cut short").number(s.stats.cut_frames);
     Row(out).text("Frames without SOME/IP").number(s.stats.skipped_frames);
-    out += "</tbody></table><ul class=\"files\">";
+    out += "</tbody></table></div><div><h3>Files</h3><ul class=\"files\">";
     for (const std::string& file : s.files) {
         out += "<li>";
         appendEscaped(out, file);
@@ -251,11 +259,16 @@ void appendSummary(std::string& out, const Report& report)
         appendNote(out, "Reading stopped early: " + damaged);
     }
     out += "<h3>Failed, by reason</h3>";
-    appendHead(out, "failures", "sortable", {"Reason", "Messages"});
-    for (const auto& reason : s.failed) {
-        Row(out).text(reason.first).number(reason.second);
+    if (s.failed.empty()) {
+        appendNote(out, "None.");
+    } else {
+        appendHead(out, "failures", "sortable", {"Reason", "Messages"});
+        for (const auto& reason : s.failed) {
+            Row(out).text(reason.first).number(reason.second);
+        }
+        out += "</tbody></table>";
     }
-    out += "</tbody></table>";
+    out += "</div></div>";
 }
 
 void appendMessageRow(std::string& out, const MessageRow& r, int64_t origin, double span)
@@ -271,33 +284,35 @@ void appendMessageRow(std::string& out, const MessageRow& r, int64_t origin, dou
     row.number(r.failures).time(r.first - origin).time(r.last - origin);
 }
 
-void appendMessages(std::string& out, const Report& report)
+// The rows with a format (known) or those without, as one sortable table.
+void appendMessageTable(std::string& out, const Report& report, bool known, const char* id)
 {
+    if (std::none_of(report.rows.begin(), report.rows.end(), [&](const MessageRow& r) { return r.known == known; })) {
+        appendNote(out, "None.");
+        return;
+    }
     const double span = std::max(1e-9, static_cast<double>(report.summary.last - report.summary.first) / 1e9);
-    out += "<h2 id=\"messages\">Messages</h2><p class=\"note\">Click a header to sort. Times in seconds after the "
-           "first record; rates per second over the whole capture; sizes in payload bytes.</p>";
-    appendHead(out, "message-table", "sortable",
+    appendHead(out, id, "sortable",
                {"Service", "Service name", "Method/event", "Name", "Type", "Count", "Rate", "Min size", "Avg size",
                 "Max size", "Failures", "First", "Last"});
     for (const MessageRow& r : report.rows) {
-        if (r.known) {
+        if (r.known == known) {
             appendMessageRow(out, r, report.origin, span);
         }
     }
     out += "</tbody></table>";
+}
+
+void appendMessages(std::string& out, const Report& report)
+{
+    out += "<h2 id=\"messages\">Messages</h2><p class=\"note\">Click a header to sort. Times in seconds after the "
+           "first record; rates per second over the whole capture; sizes in payload bytes.</p>";
+    appendMessageTable(out, report, true, "message-table");
     if (report.rows_dropped > 0) {
         appendNote(out, std::to_string(report.rows_dropped) + " messages of further kinds are not tabulated.");
     }
     out += "<h3 id=\"unknown\">Without a format</h3>";
-    appendHead(out, "unknown-table", "sortable",
-               {"Service", "Service name", "Method/event", "Name", "Type", "Count", "Rate", "Min size", "Avg size",
-                "Max size", "Failures", "First", "Last"});
-    for (const MessageRow& r : report.rows) {
-        if (!r.known) {
-            appendMessageRow(out, r, report.origin, span);
-        }
-    }
-    out += "</tbody></table>";
+    appendMessageTable(out, report, false, "unknown-table");
 }
 
 void appendSd(std::string& out, const Report& report, const std::map<uint16_t, std::string>& names)
@@ -322,6 +337,9 @@ void appendSd(std::string& out, const Report& report, const std::map<uint16_t, s
         }
     }
     out += "</tbody></table>";
+    if (report.sd_dropped > 0) {
+        appendNote(out, std::to_string(report.sd_dropped) + " entries of further service instances not shown.");
+    }
     for (const SdInstance& instance : report.sd) {
         if (instance.dropped > 0) {
             appendNote(out, html::serviceLabel(instance.service, "") + ": " + std::to_string(instance.dropped) +

@@ -1,6 +1,7 @@
 #include "report_model.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "compiled/ZQSomeIPJsonText.h"
@@ -125,8 +126,8 @@ public:
                 row.order.emplace_back(std::string(leaf.path), slot);
             }
         }
-        if (slot >= 0) {
-            const double value = leaf.kind == Leaf::Bool ? (leaf.boolean ? 1.0 : 0.0) : leaf.number.d;
+        const double value = leaf.kind == Leaf::Bool ? (leaf.boolean ? 1.0 : 0.0) : leaf.number.d;
+        if (slot >= 0 && std::isfinite(value)) {  // NaN and infinities have no place on an axis
             builder_.report_.signals[static_cast<size_t>(slot)].series.add(time_, value);
         }
     }
@@ -307,6 +308,10 @@ void ReportBuilder::serviceDiscovery(const cap::Message& m)
     for (const cap::SdEntry& e : m.sd->entries) {
         const uint32_t key = static_cast<uint32_t>(e.service) << 16 | e.instance;
         auto found = sd_index_.find(key);
+        if (found == sd_index_.end() && report_.sd.size() >= options_.max_sd_instances) {
+            ++report_.sd_dropped;
+            continue;
+        }
         if (found == sd_index_.end()) {
             found = sd_index_.emplace(key, report_.sd.size()).first;
             report_.sd.push_back(SdInstance{e.service, e.instance, {}, 0});

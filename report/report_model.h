@@ -41,6 +41,7 @@ struct ReportOptions {
     size_t samples_per_reason = 5;      // failing messages kept per reason
     size_t max_rows = 10000;            // message kinds tabulated
     size_t max_services = 64;           // services with a rate line of their own
+    size_t max_sd_instances = 1000;     // service instances on the SD timeline
     size_t max_sd_runs = 500;           // SD runs kept per service instance
 };
 
@@ -115,6 +116,7 @@ struct Report {
     uint64_t rows_dropped = 0;                // messages of kinds past max_rows
     std::vector<ServiceRate> rates;           // the last one is "other services" when services overflowed
     std::vector<SdInstance> sd;
+    uint64_t sd_dropped = 0;                  // entries of service instances past max_sd_instances
     std::vector<Signal> signals;
     uint64_t signals_dropped = 0;             // further numeric leaves not plotted (the cap)
     std::map<std::string, std::vector<ErrorSample>> samples;

@@ -35,10 +35,11 @@ Series::Series(size_t budget, int64_t first_width) : budget_(std::max<size_t>(bu
 void Series::add(int64_t time, double value)
 {
     time = std::max<int64_t>(time, 0);
-    while (static_cast<uint64_t>(time / width_) >= budget_) {
+    size_t index = static_cast<size_t>(time / width_);
+    while (index >= budget_) {
         halve();
+        index = static_cast<size_t>(time / width_);
     }
-    const size_t index = static_cast<size_t>(time / width_);
     if (index >= buckets_.size()) {
         buckets_.resize(index + 1);
     }
