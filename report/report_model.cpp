@@ -141,6 +141,7 @@ private:
 ReportBuilder::ReportBuilder(const ZQSomeIP::ZQSomeIPFormatSet& formats, ReportOptions options)
     : options_(std::move(options)), decoder_(formats, decodeOptions()), sink_(std::make_unique<LeafSink>(*this))
 {
+    report_.choices_matched.assign(options_.signals.size(), false);
 }
 
 ReportBuilder::~ReportBuilder() = default;
@@ -343,12 +344,19 @@ void ReportBuilder::resolveChoices(RowState& row)
     }
 }
 
-bool ReportBuilder::chosen(const RowState& row, std::string_view path) const
+bool ReportBuilder::chosen(const RowState& row, std::string_view path)
 {
     if (options_.signals.empty()) {
         return true;
     }
-    return std::any_of(row.choices.begin(), row.choices.end(), [&](const SignalChoice* c) { return c->path == path; });
+    bool any = false;
+    for (const SignalChoice* c : row.choices) {
+        if (c->path == path) {
+            report_.choices_matched[static_cast<size_t>(c - options_.signals.data())] = true;
+            any = true;
+        }
+    }
+    return any;
 }
 
 int ReportBuilder::signalFor(RowState& row, std::string_view path, bool step)

@@ -119,6 +119,7 @@ struct Report {
     uint64_t sd_dropped = 0;                  // entries of service instances past max_sd_instances
     std::vector<Signal> signals;
     uint64_t signals_dropped = 0;             // further numeric leaves not plotted (the cap)
+    std::vector<bool> choices_matched;        // per ReportOptions::signals: whether it named a value seen
     std::map<std::string, std::vector<ErrorSample>> samples;
     int64_t origin = 0;                       // what series times count from: the first record's time
 };
@@ -152,7 +153,7 @@ private:
     void serviceDiscovery(const ZQSomeIP::capture::Message& m);
     void resolveChoices(RowState& row);
     int signalFor(RowState& row, std::string_view path, bool step);
-    bool chosen(const RowState& row, std::string_view path) const;
+    bool chosen(const RowState& row, std::string_view path);
     int64_t sinceOrigin(const ZQSomeIP::capture::Message& m) const;
 
     ReportOptions options_;

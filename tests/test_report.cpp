@@ -129,9 +129,11 @@ TEST(Report, SignalChoiceAndCap)
 {
     report::ReportOptions chosen;
     chosen.signals.push_back({-1, "Vehicle<script>x()</script>", 0x8001, "", "temp"});
+    chosen.signals.push_back({0x1001, "", -1, "Status", "speed"});
     const report::Report one = build(chosen);
     ASSERT_EQ(one.signals.size(), 1u);
     EXPECT_EQ(one.signals[0].path, "temp");
+    EXPECT_EQ(one.choices_matched, (std::vector<bool>{true, false}));
 
     report::ReportOptions capped;
     capped.max_signals = 2;

@@ -84,6 +84,12 @@ public:
         std::string page;
         report::writeHtml(builder.report(), page);
         writeText(output_, page);
+        for (size_t i = 0; i < signals_.size(); ++i) {
+            if (!builder.report().choices_matched[i]) {
+                fprintf(stderr, "someip-json: warning: --signal %s: no such value in the decoded messages\n",
+                        signals_[i].c_str());
+            }
+        }
         if (!quiet_) {
             summary(builder.report(), std::chrono::duration<double>(Clock::now() - started).count());
         }
