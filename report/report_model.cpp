@@ -209,8 +209,6 @@ ReportBuilder::RowState* ReportBuilder::row(const cap::Message& m)
     r.service = h.service;
     r.method = h.method;
     r.type = h.message_type;
-    r.sd = m.sd != nullptr;
-    r.known = r.sd;
     r.first = r.last = timeOf(m);
     report_.rows.push_back(std::move(r));
     return states_.emplace(key, std::move(state)).first->second.get();
@@ -224,6 +222,9 @@ void ReportBuilder::count(const cap::Message& m, RowState* row)
     MessageRow& r = report_.rows[row->row];
     const int64_t t = timeOf(m);
     ++r.count;
+    if (m.sd != nullptr) {
+        r.sd = r.known = true;  // whether or not the first one decoded
+    }
     r.first = std::min(r.first, t);
     r.last = std::max(r.last, t);
     if (m.ok()) {
