@@ -64,6 +64,8 @@ public:
                 DecodedPayload& decoded, PayloadFailure& failure) override;
     std::string_view serviceName() const override;
     std::string_view methodName() const override;
+    // The format of the last message decoded (found even when its payload failed); null when unknown.
+    const ZQSomeIP::ZQSomeIPPlainMethod* method() const { return method_; }
 
 private:
     const ZQSomeIP::ZQSomeIPFormatSet& formats_;

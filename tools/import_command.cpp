@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -22,16 +21,6 @@ namespace fs = std::filesystem;
 
 // Inputs from this size on get a progress line on a terminal: reading them takes a noticeable moment.
 constexpr size_t kLargeInput = 16u << 20;
-
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) {
-        fail(kExitUsage, "cannot write '" + path + "'");
-    }
-}
 
 // A written document loads: what the importer writes is for the format set to read.
 void checkLoads(const std::string& path)

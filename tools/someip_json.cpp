@@ -6,6 +6,7 @@
 //   someip-json decode|encode --formats PATH --stream FILE [--plain]
 //   someip-json capture FILE... --formats PATH [--port N] [--service ID] [--method ID] [--type TYPE] [--limit N]
 //   someip-json import FILE... -o OUT [--fibex|--arxml] [--report FILE] [--strict]
+//   someip-json report FILE... --formats PATH -o OUT.html [--port N] [--signal S.M.PATH] [--max-signals N]
 //
 // Plain decoding (decode --plain, its stream, capture) also takes [--enum-style name|value|both]
 // [--scaled raw|physical|both] [--strict]; plain encoding takes [--scaled raw|physical|both].
@@ -30,6 +31,7 @@
 #include "capture_command.h"
 #include "convert_commands.h"
 #include "import_command.h"
+#include "report_command.h"
 #include "someip/zq_someip_log.h"
 #include "tool_support.h"
 
@@ -100,6 +102,7 @@ int main(int argc, char** argv)
     commands.push_back(makeEncodeCommand());
     commands.push_back(makeCaptureCommand());
     commands.push_back(makeImportCommand());
+    commands.push_back(makeReportCommand());
 
     std::vector<CLI::App*> parsers;
     for (const auto& command : commands) {

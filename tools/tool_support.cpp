@@ -249,4 +249,14 @@ std::string readFile(const std::string& path, const std::string& what)
     return text;
 }
 
+void writeText(const std::string& path, const std::string& text)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    out.close();
+    if (!out) {
+        fail(kExitUsage, "cannot write '" + path + "'");
+    }
+}
+
 } // namespace someip_json

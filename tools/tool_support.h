@@ -100,6 +100,8 @@ struct PlainStyleOptions {
 
 std::string readAll(std::istream& in);
 std::string readFile(const std::string& path, const std::string& what);
+// Replaces the file's content with `text`; a failed write is a usage error naming the file.
+void writeText(const std::string& path, const std::string& text);
 
 } // namespace someip_json
 
