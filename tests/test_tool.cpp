@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -33,58 +34,6 @@ int runTool(const std::string& args, const std::string& input, std::string& out,
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
 
-} // namespace
-
-// Run in order; a null input is the previous run's standard output.
-TEST(Tool, DecodesEncodesAndReportsErrors)
-{
-    if (std::string(SOMEIP_TOOL_PATH).empty()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
-    const std::string formats = std::string("--formats ") + SOMEIP_EXAMPLES_DIR;
-    const std::string route = formats + " --service 0x1234 --method 2 --type response";
-    const char* const payload = "070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841\n";
-    const char* const decoded = "\"Value\" : \"12.500000\"";
-    const struct {
-        std::string args;
-        const char* input;
-        int status;
-        const char* out;  // printed on standard output, or null for nothing
-        const char* err;  // same, on standard error
-    } cases[] = {
-        {"decode " + route + " --payload '07 00 00 00 14 00 08 00 64 00 00 00 CE FF FF FF 08 00 EC FF FF FF "
-                             "2C 01 00 00 FF FF 00 00 48 41'", "", 0, decoded, nullptr},
-        // Library lines go to standard error and leave the document on standard output clean for encoding.
-        {"decode " + route + " --log-level 5", payload, 0, decoded, "DSOMEIP_DEBUG"},
-        {"encode " + route, nullptr, 0, payload, nullptr},
-        {"frobnicate " + route, "", 2, nullptr, "unknown command 'frobnicate'"},
-        {"decode --formats x --service 1 --method 1", "", 2, nullptr, "missing option '--type'"},
-        {"decode --formats x --service 0xZZ --method 1 --type 0", "", 2, nullptr, "invalid service ID '0xZZ'"},
-        {"decode " + route + " --payload '01 0g'", "", 2, nullptr, "invalid hex payload"},
-        {"encode " + route, "{", 2, nullptr, "invalid JSON input"},
-        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 1, nullptr, "cannot load format descriptions"},
-        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --payload 00", "", 1, nullptr, "no format"},
-        {"decode " + route + " --payload 0700000014", "", 1, nullptr, "decode failed"},
-        // The writer takes only the flat array form: the library's exception is reported, not left to abort.
-        {"encode " + formats + " --service 4661 --method 2 --type 0x80",
-         R"([{"ParamType":"ARRAY","Value":"1","SubParams":{"ParamName":"b","SubParams":[]}}])", 1, nullptr, "conversion failed"},
-    };
-    std::string previous;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args);
-        std::string out, err;
-        EXPECT_EQ(runTool(c.args, c.input ? c.input : previous, out, err), c.status);
-        for (const auto& [text, expected] : {std::pair(out, c.out), std::pair(err, c.err)}) {
-            EXPECT_TRUE(expected ? text.find(expected) != std::string::npos : text.empty()) << text;
-        }
-        // Errors, and only errors, come as one line opening with the tool's name.
-        EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, c.status != 0) << err;
-        previous = out;
-    }
-}
-
-namespace {
-
 const char* const kPayload = "070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841";
 const char* const kPlain = R"({"routeId":7,"waypoints":[{"x":100,"y":-50},{"x":-20,"y":300}],"lengthKm":12.5})";
 
@@ -108,18 +57,20 @@ std::vector<std::string> splitLines(const std::string& text)
     return lines;
 }
 
-bool toolBuilt()
-{
-    return !std::string(SOMEIP_TOOL_PATH).empty();
-}
+class Tool : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (std::string(SOMEIP_TOOL_PATH).empty()) {
+            GTEST_SKIP() << "someip-json is not built";
+        }
+    }
+};
 
 } // namespace
 
-TEST(Tool, HelpOfEveryCommandAndVersion)
+TEST_F(Tool, HelpOfEveryCommandAndVersion)
 {
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     const struct {
         std::string args;
         std::vector<std::string> mentions;  // each must appear on standard output
@@ -129,7 +80,6 @@ TEST(Tool, HelpOfEveryCommandAndVersion)
         {"format --help", {"--formats", "--service", "--method", "--type", "--log-level"}, {"--stream", "--plain"}},
         {"decode --help", {"--payload", "--plain", "--classic", "--compact", "--pretty", "--stream"}, {"--json"}},
         {"encode --help", {"--json", "--plain", "--classic", "--stream"}, {"--payload"}},
-        {"--version", {"someip-json "}, {"Usage"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
@@ -144,101 +94,90 @@ TEST(Tool, HelpOfEveryCommandAndVersion)
         }
     }
     std::string out, err;
-    runTool("--version", "", out, err);
+    EXPECT_EQ(runTool("--version", "", out, err), 0);
     EXPECT_TRUE(std::regex_match(out, std::regex("someip-json [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << out;
 }
 
-// Run in order; a null input is the previous run's standard output, so every document written is
-// read back.
-TEST(Tool, PlainAndCompactForms)
+// Run in order: a document written is read back by the next run.
+TEST_F(Tool, ConvertsAndReportsErrors)
 {
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     const std::string badFormats = ::testing::TempDir() + "someip_tool_bad_" + std::to_string(getpid()) + ".json";
     std::ofstream(badFormats) << "{\n  \"Services\": [\n    {]\n}\n";
-    const std::string route = examplesRoute();
-    const std::string plainLine = std::string(kPlain) + "\n";
-    const std::string payloadLine = std::string(kPayload) + "\n";
+    const std::string formats = examples(), route = examplesRoute();
+    const std::string plainLine = std::string(kPlain) + "\n", payloadLine = std::string(kPayload) + "\n";
+    const char* const decoded = "\"Value\" : \"12.500000\"";
     const struct {
         std::string args;
-        const char* input;
+        std::optional<std::string> input;  // none: the previous run's standard output
         int status;
-        std::string out;  // standard output must contain it
-        std::string err;  // standard error must contain it; empty: standard error stays empty
+        std::string out;  // standard output must contain it; empty: standard output stays empty
+        std::string err;  // the same, on standard error
     } cases[] = {
+        {"decode " + route + " --payload '07 00 00 00 14 00 08 00 64 00 00 00 CE FF FF FF 08 00 EC FF FF FF "
+                             "2C 01 00 00 FF FF 00 00 48 41'", "", 0, decoded, ""},
+        // Library lines go to standard error and leave the document on standard output clean for encoding.
+        {"decode " + route + " --log-level 5", payloadLine, 0, decoded, "DSOMEIP_DEBUG"},
+        {"encode " + route, std::nullopt, 0, payloadLine, ""},
         {"decode " + route + " --plain --payload " + kPayload, "", 0, plainLine, ""},
-        {"encode " + route + " --plain", nullptr, 0, payloadLine, ""},
+        {"encode " + route + " --plain", std::nullopt, 0, payloadLine, ""},
         {"decode " + route + " --plain --pretty --payload " + kPayload, "", 0,
          "{\n  \"routeId\": 7,\n  \"waypoints\": [\n", ""},
-        {"encode " + route + " --plain", nullptr, 0, payloadLine, ""},
+        {"encode " + route + " --plain", std::nullopt, 0, payloadLine, ""},
         // Classic compact: the styled document on one line, which the classic encoder still reads.
         {"decode " + route + " --compact --payload " + kPayload, "", 0,
          R"("ParamType":"float","Value":"12.500000"}])" "\n", ""},
-        {"encode " + route, nullptr, 0, payloadLine, ""},
+        {"encode " + route, std::nullopt, 0, payloadLine, ""},
         // Blanks and escapes inside strings survive the compaction.
-        {"decode " + examples() + " --service 4661 --method 32769 --type notification --compact --payload "
+        {"decode " + formats + " --service 4661 --method 32769 --type notification --compact --payload "
          "0000001cfeff00540077006f002000200077006f0072006400730022007100000000000000000001ffffffffffffffff",
          "", 0, R"({"ParamName":"title","ParamType":"STRING","Value":"Two  words\"q"},)", ""},
-        // Plain errors: code, message and place on one line.
+        {"frobnicate " + route, "", 2, "", "unknown command 'frobnicate'"},
+        {"decode --formats x --service 1 --method 1", "", 2, "", "missing option '--type'"},
+        {"decode --formats x --service 0xZZ --method 1 --type 0", "", 2, "", "invalid service ID '0xZZ'"},
+        {"decode " + route + " --payload '01 0g'", "", 2, "", "invalid hex payload"},
+        {"encode " + route, "{", 2, "", "invalid JSON input"},
+        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 1, "", "cannot load format descriptions"},
+        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --payload 00", "", 1, "", "no format"},
+        {"decode " + route + " --payload 0700000014", "", 1, "", "decode failed"},
+        // The writer takes only the flat array form: the library's exception is reported, not left to abort.
+        {"encode " + formats + " --service 4661 --method 2 --type 0x80",
+         R"([{"ParamType":"ARRAY","Value":"1","SubParams":{"ParamName":"b","SubParams":[]}}])", 1, "", "conversion failed"},
+        // Plain errors: code, message and place.
         {"decode " + route + " --plain --payload 0700", "", 1, "", "someip-json: truncated: "},
         {"encode " + route + " --plain", R"({"routeId":7})", 1, "", "someip-json: missing_member: "},
         {"encode " + route + " --plain", "[1,", 1, "", "someip-json: bad_json: "},
-        {"decode " + examples() + " --service 0x1234 --method 9 --type 0 --plain --payload 00", "", 1, "",
+        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --plain --payload 00", "", 1, "",
          "someip-json: unknown_message: "},
         {"decode --formats " + badFormats + " --service 1 --method 1 --type 0 --plain --payload 00", "", 1, "",
          "someip-json: bad_format_file: " + badFormats + ": line 3, column 6: "},
         {"decode " + route + " --plain --classic --payload 00", "", 2, "", "--plain excludes --classic"},
-        {"decode " + examples() + " --stream - --pretty", "", 2, "", "--pretty excludes --stream"},
-        {"decode " + examples() + " --stream - --service 1", "", 2, "", "--service excludes --stream"},
+        {"decode " + formats + " --stream - --pretty", "", 2, "", "--pretty excludes --stream"},
+        {"decode " + formats + " --stream - --service 1", "", 2, "", "--service excludes --stream"},
+        // Standard input holds one payload, blanks aside; several lines are several payloads: refused, not joined.
+        {"decode " + route + " --plain", "\n\n" + payloadLine + " \n", 0, plainLine, ""},
+        {"decode " + route + " --plain",
+         "07 00 00 00 14 00\t08 00 64 00 00 00 ce ff ff ff 08 00 ec ff ff ff 2c 01 00 00 ff ff 00 00 48 41", 0, plainLine, ""},
+        {"decode " + route + " --plain", payloadLine + "\n" + payloadLine, 2, "", "standard input holds 2 payloads"},
+        {"decode " + route + " --plain", payloadLine + "0700\n", 2, "", "--stream -"},
     };
     std::string previous;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
         std::string out, err;
-        EXPECT_EQ(runTool(c.args, c.input ? c.input : previous, out, err), c.status);
-        EXPECT_NE(out.find(c.out), std::string::npos) << out;
-        EXPECT_TRUE(c.err.empty() ? err.empty() : err.find(c.err) != std::string::npos) << err;
-        EXPECT_TRUE(c.status == 0 || err.find('\n') == err.size() - 1) << "one line: " << err;
+        EXPECT_EQ(runTool(c.args, c.input ? *c.input : previous, out, err), c.status);
+        for (const auto& [text, expected] : {std::pair(out, c.out), std::pair(err, c.err)}) {
+            EXPECT_TRUE(expected.empty() ? text.empty() : text.find(expected) != std::string::npos) << text;
+        }
+        // Errors, and only errors, come as one line opening with the tool's name.
+        EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, c.status != 0) << err;
         previous = out;
     }
     std::remove(badFormats.c_str());
 }
 
-// Several lines on standard input are several payloads: refused, not joined into one.
-TEST(Tool, DecodeTakesOnePayloadFromStandardInput)
-{
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
-    const struct {
-        const char* what;
-        std::string input;
-        int status;
-        const char* err;
-    } cases[] = {
-        {"one payload between blank lines", std::string("\n\n") + kPayload + "\n \n", 0, nullptr},
-        {"one payload split by blanks",
-         "07 00 00 00 14 00\t08 00 64 00 00 00 ce ff ff ff 08 00 ec ff ff ff 2c 01 00 00 ff ff 00 00 48 41", 0,
-         nullptr},
-        {"two payloads", std::string(kPayload) + "\n\n" + kPayload + "\n", 2, "standard input holds 2 payloads"},
-        {"a payload and a half", std::string(kPayload) + "\n0700\n", 2, "--stream -"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::string out, err;
-        EXPECT_EQ(runTool("decode " + examplesRoute() + " --plain", c.input, out, err), c.status);
-        EXPECT_EQ(out, c.status == 0 ? std::string(kPlain) + "\n" : "");
-        EXPECT_TRUE(c.err ? err.find(c.err) != std::string::npos : err.empty()) << err;
-    }
-}
-
 // One line out per message, a failed message an error line of its own, the summary on standard error.
-TEST(Tool, StreamMode)
+TEST_F(Tool, StreamMode)
 {
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     const std::string good = std::string("4660 2 response ") + kPayload + "\n";
     const std::string plainGood = std::string("0x1234 0x2 0x80 ") + kPlain + "\n";
     const struct {
@@ -291,11 +230,8 @@ TEST(Tool, StreamMode)
 
 // A capture of the bulk workload to JSON lines: header and payload in every line, selection,
 // messages without a format, and a capture cut short.
-TEST(Tool, CaptureToJsonLines)
+TEST_F(Tool, CaptureToJsonLines)
 {
-    if (std::string(SOMEIP_TOOL_PATH).empty()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     if (std::system("python3 -c '' 2>/dev/null") != 0) {
         GTEST_SKIP() << "no python3 for the workload generator";
     }
@@ -381,11 +317,8 @@ std::string pcapOf(const std::vector<Capture>& messages)
 } // namespace
 
 // The plain styles reach the codec both ways; skipped bytes are reported beside the value, never in it.
-TEST(Tool, PlainStylesStrictAndWarnings)
+TEST_F(Tool, PlainStylesStrictAndWarnings)
 {
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     const std::string file = ::testing::TempDir() + "someip_tool_styles_" + std::to_string(getpid()) + ".json";
     std::ofstream(file) << kVersionedFormats;
     const std::string formats = " --formats " + file, route = formats + " --service 4660 --method 32769 --type 2";
@@ -427,11 +360,8 @@ TEST(Tool, PlainStylesStrictAndWarnings)
 
 // Capture lines: the format found by the message's interface version names the message, warnings sit
 // beside the payload, and the plain styles apply.
-TEST(Tool, CaptureNamesVersionsAndWarnings)
+TEST_F(Tool, CaptureNamesVersionsAndWarnings)
 {
-    if (!toolBuilt()) {
-        GTEST_SKIP() << "someip-json is not built";
-    }
     const std::string base = ::testing::TempDir() + "someip_tool_versions_" + std::to_string(getpid());
     std::ofstream(base + ".json") << kVersionedFormats;
     std::ofstream(base + ".pcap", std::ios::binary) << pcapOf({{1, "\x03\x41\x07"}, {2, "\x05"}, {7, "\x05"}});
