@@ -32,7 +32,8 @@ const Case kCases[] = {
     {"track info, UTF-16 strings", 0x1235, 1, 0x80, nullptr,
      R"({"title":"A\u00f1o","artist":"\ud83c\udfb5","durationMs":1000,"rating":{"stars":4,"scores":[1,2,3]}})"},
     {"equalizer, top-level array", 0x1235, 2, 0x80, nullptr, R"({"bands":[1,-2,3,-4,5]})"},
-    {"now playing, 64-bit values", 0x1235, 0x8001, 0x02, nullptr, R"({"title":"x","positionMs":18446744073709551615,"offsetMs":-1})"},
+    // An ASCII title with a backslash, which every road must escape.
+    {"now playing, 64-bit values", 0x1235, 0x8001, 0x02, nullptr, R"({"title":"x\\y","positionMs":18446744073709551615,"offsetMs":-1})"},
     {"trouble codes, 8-bit lengths", 0x1236, 1, 0x80, nullptr,
      R"({"dtcs":[{"code":4294967295,"status":2},{"code":3,"status":4}],"more":true})"},
 };
