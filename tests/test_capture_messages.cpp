@@ -72,10 +72,14 @@ struct TpCase {
     const char* name;
     std::vector<Frame> frames;
     std::vector<std::string> lines;
+    Limits limits = {};
 };
 
 TEST(CaptureMessages, TpSegmentsAreReassembled)
 {
+    Limits one;  // one message in reassembly, of at most 40 bytes
+    one.tp_messages = 1;
+    one.max_message = 40;
     const std::string whole = payloadText(kWhole);
     const Bytes other = tpSegment(0x12348001, 1, 0, true, pattern(32, 9));
     const std::vector<TpCase> cases = {
@@ -93,21 +97,15 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
         {"overlap with other bytes", {datagram(piece(0, true)), datagram(other)}, {"#2 !tp-overlap@0"}},
         {"inner segment not 16-aligned", {datagram(tpSegment(0x12348001, 1, 0, true, pattern(20)))}, {"#1 !tp-invalid@0"}},
         {"segments disagree on the end", {datagram(piece(32, false)), datagram(tpSegment(0x12348001, 1, 48, false, pattern(16)))}, {"#2 !tp-overlap@48"}},
+        {"in flight and size limited", {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(32, false, 2))},
+         {"#2 !reassembly-limit@16", "#3 !tp-invalid@32"}, one},
     };
     for (const TpCase& c : cases) {
         SCOPED_TRACE(c.name);
-        const Result r = readPcap(kEthernet, c.frames);
-        EXPECT_EQ(r.lines, c.lines);
+        Options o;
+        o.limits = c.limits;
+        EXPECT_EQ(readPcap(kEthernet, c.frames, o).lines, c.lines);
     }
-}
-
-TEST(CaptureMessages, TpReassemblyStaysWithinItsLimits)
-{
-    Options o;
-    o.limits.tp_messages = 1;
-    o.limits.max_message = 40;
-    const Result r = readPcap(kEthernet, {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(32, false, 2))}, o);
-    EXPECT_EQ(r.lines, (std::vector<std::string>{"#2 !reassembly-limit@16", "#3 !tp-invalid@32"}));
 }
 
 }  // namespace

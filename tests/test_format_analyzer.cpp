@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "ZQSomeIPFormatAnalyzer.h"
-#include "someip/zq_someip_log.h"
+#include "conv_test_support.h"
 
 using namespace ZQSomeIP;
 
@@ -27,23 +26,17 @@ protected:
         g_lines.clear();
         setenv("SOMEIPSER_LOG_LEVEL", "5", 1);
         zq_someip_set_logfunc_callback(collect);
-        char pattern[] = "/tmp/someip_formats_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
     }
     void TearDown() override
     {
         zq_someip_set_logfunc_callback(nullptr);
         unsetenv("SOMEIPSER_LOG_LEVEL");
-        EXPECT_EQ(system(("rm -rf '" + root + "'").c_str()), 0);
     }
 
     std::string write(const std::string& relative, const std::string& content)
     {
-        const std::string path = root + "/" + relative;
-        EXPECT_EQ(system(("mkdir -p '" + path.substr(0, path.rfind('/')) + "'").c_str()), 0);
-        std::ofstream(path) << content;
-        return path;
+        std::filesystem::create_directories(std::filesystem::path(root + "/" + relative).parent_path());
+        return dir.write(relative, content);
     }
 
     static int logged(const std::string& text)
@@ -55,7 +48,8 @@ protected:
         return count;
     }
 
-    std::string root;
+    convtest::TempDir dir;
+    const std::string& root = dir.path;
 };
 
 // One service with a method (request and response), an event and a field (set, get, notify); each
@@ -284,20 +278,4 @@ TEST(FormatAttributeTest, ConverterTablesAndRecordFields)
     EXPECT_EQ(attr.alignment, 8u);
     EXPECT_EQ(a.getGlobalAttribute()->struct_length_field_size, 4u);
     EXPECT_EQ(a.getGlobalAttribute()->byte_order, 1u);
-}
-
-TEST(StringToNumTest, StreamRules)
-{
-    EXPECT_EQ(StringToNum<int>("  42"), 42);
-    EXPECT_EQ(StringToNum<int>("12abc"), 12);
-    EXPECT_EQ(StringToNum<int>("0x10"), 0);
-    EXPECT_EQ(StringToNum<int>("abc"), 0);
-    EXPECT_EQ(StringToNum<int>(""), 0);
-    EXPECT_EQ(StringToNum<int>(" "), 1);  // blanks only: the text's length survives
-    EXPECT_EQ(StringToNum<int>("-17"), -17);
-    EXPECT_EQ(StringToNum<int>("99999999999"), 2147483647);
-    EXPECT_EQ(StringToNum<unsigned int>("-1"), 4294967295u);
-    EXPECT_EQ(StringToNum<short>("40000"), 32767);
-    EXPECT_EQ(StringToNum<short>("-40000"), -32768);
-    EXPECT_EQ(StringToNum<unsigned long>("-1"), 18446744073709551615ul);
 }

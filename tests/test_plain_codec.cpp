@@ -1,32 +1,19 @@
-// The plain JSON form: round trips over generated formats, agreement with the classic values, every
-// error with its place, lossless floats, messages without parameters, strict loading, and one format
-// set used by many threads at once.
+// The plain JSON form: every error with its place, lossless floats, messages without parameters, strict
+// loading, and one format set used by many threads at once. Round trips over generated formats are the
+// version-2 round trip's; agreement with the classic values is checked on the damaged-payload examples.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "ZQSomeIPParser.h"
 #include "compiled/ZQSomeIPFormatSet.h"
 #include "conv_test_support.h"
-#include "generator_support.h"
 
 namespace {
 
-using namespace gen;  // random choices, seeds, compact JSON
-
 using namespace ZQSomeIP;
 using Bytes = std::vector<uint8_t>;
-using Rng = std::mt19937;
 
 using FormatDir = convtest::TempDir;
 
@@ -49,148 +36,6 @@ std::shared_ptr<const ZQSomeIPFormatSet> loadOne(const FormatDir& dir, const std
     auto set = ZQSomeIPFormatSet::load(dir.write("f.json", text), status);
     EXPECT_TRUE(status.ok()) << status.toJson();
     return set;
-}
-
-// ---- generated formats and values ------------------------------------------------------------------
-
-const char* const kBasic[] = {"bool", "uint8_t", "uint16_t", "uint32_t", "uint64_t", "int8_t",
-                              "int16_t", "int32_t", "int64_t", "float", "double", "STRING"};
-
-Json::Value param(Rng& rng, const std::string& name, int depth)
-{
-    Json::Value p;
-    p["ParamName"] = name;
-    const size_t pick = below(rng, depth > 2 ? 12 : 16);
-    if (pick < 12) {
-        p["ParamType"] = kBasic[pick];
-    } else if (pick == 12 || pick == 13) {
-        p["ParamType"] = "STRUCTURE";
-        const size_t n = 1 + below(rng, 3);
-        for (size_t i = 0; i < n; ++i) {
-            p["SubParams"].append(param(rng, name + "m" + std::to_string(i), depth + 1));
-        }
-    } else {
-        p["ParamType"] = pick == 14 ? "ARRAY" : "VECTOR";
-        if (pick == 14) {
-            p["Value"] = std::to_string(1 + below(rng, 3));
-        }
-        p["SubParams"].append(param(rng, name + "e", depth + 1));
-    }
-    return p;
-}
-
-Json::Value attributes(Rng& rng)
-{
-    const char* sizes[] = {"8", "16", "32"};
-    Json::Value a;
-    a["ArrayLengthFieldSize"] = below(rng, 2) ? "0" : sizes[below(rng, 3)];
-    a["VectorLengthFieldSize"] = sizes[below(rng, 3)];
-    a["StructLengthFieldSize"] = below(rng, 2) ? "0" : sizes[below(rng, 3)];
-    a["StringLengthFieldSize"] = sizes[below(rng, 3)];
-    a["DataAlignment"] = (const char*[]){"0", "8", "16", "32", "64"}[below(rng, 5)];
-    a["ByteOrderEnum"] = below(rng, 2) ? "BYTE_ORDER_BIG_ENDIAN" : "BYTE_ORDER_LITTLE_ENDIAN";
-    a["StringEncoding"] = below(rng, 3) == 0 ? "UTF16" : "UTF8";
-    return a;
-}
-
-// A plain value for parameter `p`, kept small enough for 8-bit length fields.
-Json::Value value(Rng& rng, const Json::Value& p)
-{
-    const std::string type = p["ParamType"].asString();
-    std::uniform_int_distribution<int64_t> any;
-    if (type == "bool") return below(rng, 2) == 1;
-    if (type == "uint8_t") return Json::UInt(below(rng, 256));
-    if (type == "uint16_t") return Json::UInt(below(rng, 65536));
-    if (type == "uint32_t") return Json::UInt(rng());
-    if (type == "uint64_t") return Json::UInt64(any(rng));
-    if (type == "int8_t") return Json::Int(below(rng, 256)) - 128;
-    if (type == "int16_t") return Json::Int(below(rng, 65536)) - 32768;
-    if (type == "int32_t") return Json::Int(rng());
-    if (type == "int64_t") return Json::Int64(any(rng));
-    if (type == "float") return std::ldexp(double(float(int(rng() % 2000000) - 1000000)), int(below(rng, 40)) - 30);
-    if (type == "double") return std::ldexp(double(any(rng)), int(below(rng, 200)) - 100);
-    if (type == "STRING") return randomText(rng);
-    Json::Value v(type == "STRUCTURE" ? Json::objectValue : Json::arrayValue);
-    if (type == "STRUCTURE") {
-        for (const Json::Value& m : p["SubParams"]) v[m["ParamName"].asString()] = value(rng, m);
-    } else {
-        const size_t n = type == "ARRAY" ? std::stoul(p["Value"].asString()) : below(rng, 4);
-        for (size_t i = 0; i < n; ++i) v.append(value(rng, p["SubParams"][0]));
-    }
-    return v;
-}
-
-// The classic decoder's "Value" text of a plain value, where the two forms must agree.
-void expectSameValues(const Json::Value& classic, const Json::Value& plain, const std::string& where)
-{
-    for (const Json::Value& p : classic) {
-        const std::string name = p["ParamName"].asString(), type = p["ParamType"].asString();
-        const Json::Value& v = plain[name];
-        if (type == "STRUCTURE") {
-            expectSameValues(p["SubParams"], v, where + "." + name);
-        } else if (type == "float" || type == "double") {
-            EXPECT_EQ(p["Value"].asString(), std::to_string(type == "float" ? double(float(v.asDouble())) : v.asDouble()))
-                << where << "." << name;
-        } else if (type == "bool" || type == "STRING") {
-            EXPECT_EQ(p["Value"].asString(), v.isBool() ? (v.asBool() ? "true" : "false") : v.asString()) << where << "." << name;
-        } else if (type != "ARRAY" && type != "VECTOR") {
-            EXPECT_EQ(p["Value"].asString(), v.asString()) << where << "." << name;
-        }
-    }
-}
-
-TEST(PlainCodec, GeneratedFormatsRoundTripAndAgreeWithTheClassicValues)
-{
-    const char* fixed = getenv("SOMEIP_PLAIN_SEED");
-    const unsigned seed = fixed ? unsigned(strtoul(fixed, nullptr, 0)) : std::random_device{}();
-    Rng rng(seed);
-    FormatDir dir;
-    int agreed = 0;
-    for (int round = 0; round < 300; ++round) {
-        Json::Value details(Json::arrayValue);
-        for (size_t n = 1 + below(rng, 5), i = 0; i < n; ++i) {
-            details.append(param(rng, "p" + std::to_string(i), 0));
-        }
-        const Json::Value attr = attributes(rng);
-        const std::string file = formatFile(details, attr);
-        SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round) + "\n" + file);
-        auto set = loadOne(dir, file);
-        ASSERT_TRUE(set);
-        ZQSomeIPParser classic;
-        classic.loadFormatJson(dir.path + "/f.json");
-        for (int sample = 0; sample < 5; ++sample) {
-            Json::Value in(Json::objectValue);
-            for (const Json::Value& p : details) in[p["ParamName"].asString()] = value(rng, p);
-            Bytes payload;
-            ZQSomeIPPlainStatus encoded = plainEncode(*set, 0x1234, 1, 2, compact(in), payload);
-            if (encoded.code == ZQSomeIPPlainError::TooLong) {
-                continue;  // an 8-bit length field can be outgrown by a generated vector of strings
-            }
-            ASSERT_TRUE(encoded.ok()) << encoded.toJson() << "\n" << compact(in);
-            std::string out;
-            ZQSomeIPPlainStatus decoded = plainDecode(*set, 0x1234, 1, 2, payload.data(), payload.size(), out);
-            ASSERT_TRUE(decoded.ok()) << decoded.toJson() << "\n" << convtest::hex(payload);
-            Bytes again;
-            ASSERT_TRUE(plainEncode(*set, 0x1234, 1, 2, out, again).ok()) << out;
-            EXPECT_EQ(convtest::hex(again), convtest::hex(payload)) << out;
-            std::string classicText;
-            int classicResult = -1;
-            try {
-                classicResult = classic.deserializebyMethodID(0x1234, 1, 2, payload, classicText);
-            } catch (const std::exception&) {
-                // the classic decoder takes a top-level array only in its object form
-            }
-            // With alignment the classic decoder keeps a pending pad across a top-level container
-            // where the writer drops it; the plain form follows the writer.
-            const std::string alignment = attr["DataAlignment"].asString();
-            if (classicResult == 0 && (alignment == "0" || alignment == "8")) {
-                SCOPED_TRACE(classicText + "\n" + out);
-                expectSameValues(convtest::parse(classicText), convtest::parse(out), "$");
-                ++agreed;
-            }
-        }
-    }
-    EXPECT_GT(agreed, 100);  // the comparison with the classic values must not go unexercised
 }
 
 // ---- errors ---------------------------------------------------------------------------------------------

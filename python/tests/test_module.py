@@ -1,12 +1,11 @@
 """The module over the example formats and the bulk workload: plain and classic conversions, the
 errors they raise, buffers without copies, batches, threads, and captures read as the tool reads them."""
 import json
-import os
 import struct
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
-from conftest import BULK_FORMATS, EXAMPLES, generate_capture, tool_lines
+from conftest import BULK_FORMATS, generate_capture, tool_lines
 
 ROUTE = (0x1234, 2, 0x80)
 SAMPLE = bytes.fromhex("070000001400080064000000ceffffff0800ecffffff2c010000ffff00004841")
@@ -189,15 +188,6 @@ def test_read_capture_raises_after_the_records_before_damage(sp, bulk_formats, t
     with pytest.raises(sp.Error) as caught:
         sp.read_capture(str(tmp_path / "absent.pcap"), bulk_formats)
     assert caught.value.code == "file_error"
-
-
-def test_capture_records_without_a_format_keep_their_bytes(sp, tmp_path):
-    pcap = generate_capture(tmp_path, 5)
-    media = sp.Formats(os.path.join(EXAMPLES, "formats", "media"))
-    record = next(iter(sp.read_capture(pcap, media)))
-    assert record["error"]["code"] == "unknown_message"
-    event, payload = (tmp_path / "bulk.txt").read_text().splitlines()[0].split()
-    assert (record["method"], record["raw"]) == (int(event), payload)
 
 
 def test_formats_from_text_and_import_failures(sp, tmp_path):
