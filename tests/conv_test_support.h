@@ -26,9 +26,11 @@ struct TempDir {
         path = mkdtemp(name);
     }
     ~TempDir() { std::filesystem::remove_all(path); }
+    // `file` may name subdirectories; they are made.
     std::string write(const std::string& file, const std::string& text) const
     {
-        std::ofstream(path + "/" + file) << text;
+        std::filesystem::create_directories(std::filesystem::path(path + "/" + file).parent_path());
+        std::ofstream(path + "/" + file, std::ios::binary) << text;
         return path + "/" + file;
     }
 };

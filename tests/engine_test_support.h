@@ -58,7 +58,6 @@ struct Attr {
         return *this;
     }
     Attr& arrayLength(uint32_t bytes) { a.array_length_field_size = bytes; return *this; }
-    Attr& vectorLength(uint32_t bytes) { a.vector_length_field_size = bytes; return *this; }
     Attr& structLength(uint32_t bytes) { a.struct_length_field_size = bytes; return *this; }
     Attr& stringLength(uint32_t bytes) { a.string_length_field_size = bytes; return *this; }
     Attr& selector(uint32_t bytes) { a.union_type_field_size = bytes; return *this; }

@@ -1,10 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
-
 #include "ZQSomeIPParserAPI.h"
 #include "conv_test_support.h"
 
@@ -93,11 +88,8 @@ void run(const std::vector<Row>& rows)
         service["Attribute"] = row.attribute;
         service["Methods"][0]["Params"][0]["ParamsDetails"] = formatOf(parse(row.format ? row.format : row.list));
     }
-    const std::string path = ::testing::TempDir() + "someip_roundtrip_" + std::to_string(getpid()) + ".json";
-    std::ofstream(path) << root.toStyledString();
     ZQSomeIP::ZQSomeIPParserAPI api;
-    ASSERT_EQ(api.loadFormatJson(path), 0);
-    std::remove(path.c_str());
+    ASSERT_EQ(api.loadFormatJson(TempDir().write("formats.json", root.toStyledString())), 0);
     for (int id = 1; id <= static_cast<int>(rows.size()); ++id) {
         const Row& row = rows[id - 1];
         SCOPED_TRACE(row.attribute.toStyledString() + row.list);
