@@ -112,7 +112,9 @@ struct Message {
     Header header;                 // for a reassembled TP message: the first segment's, TP flag cleared,
                                    // length = 8 + the whole payload
     const uint8_t* payload = nullptr;  // after the 16-byte header (after the TP header for segments);
-    size_t payload_size = 0;           // valid until the next call of next()
+    size_t payload_size = 0;           // valid until the next call of next(). frame-cut errors: what was
+                                       // captured (of the payload when the header is whole, else of the
+                                       // header; of the fragment for IP fragments); other errors: none
     uint32_t tp_segments = 0;      // SOME/IP-TP segments the message was put together from; 0 when not TP
     const SdMessage* sd = nullptr; // service discovery messages: the decoded payload, valid until next()
     ErrorCode error = ErrorCode::None;

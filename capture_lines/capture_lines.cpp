@@ -19,6 +19,11 @@ void appendNumber(std::string& out, uint64_t v)
     out.append(digits, std::to_chars(digits, digits + sizeof(digits), v).ptr);
 }
 
+bool emptyErrorReply(const cap::Header& h, size_t payloadSize)
+{
+    return payloadSize == 0 && (h.message_type & 0xDF) == 0x81;
+}
+
 // "offer-service" -> "offer_service": the line's words are JSON-friendly identifiers.
 void appendWord(std::string& out, const char* word)
 {
@@ -248,6 +253,11 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
             out += decoded_.warnings;
             outcome.warned = true;
         }
+        outcome.decoded = true;
+        appendNames(out);
+    } else if (emptyErrorReply(m.header, m.payload_size)) {
+        // The usual error reply on real networks: a return code and nothing else. Without an "error"
+        // format that takes an empty payload, the line simply has no payload.
         outcome.decoded = true;
         appendNames(out);
     } else {

@@ -7,6 +7,8 @@
 //    "payload":<decoded payload>[,"warnings":[...]] | "sd":{...} | "error":{...}[,"raw":"<hex payload>"],
 //    then [,"service_name":...][,"method_name":...]}
 //
+// An error reply (message type 0x81) with an empty payload is not a failure: its line has the "error"
+// format's value as payload where one takes an empty payload, else no payload member.
 // Warnings list the bytes a decode skipped. The names are those of the format found for the message
 // (with its interface version), whether its payload decoded or not; they come last so that lines of
 // formats without names and of formats with them differ only in their tails.

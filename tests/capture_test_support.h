@@ -158,14 +158,14 @@ inline std::string payloadText(const uint8_t* p, size_t n)
 }
 inline std::string payloadText(const Bytes& b) { return payloadText(b.data(), b.size()); }
 // "#frame service.method t<type> s<session> <payload>", " tp<n>" for reassembled TP messages; errors
-// "#frame !<name>@<offset>".
+// "#frame !<name>@<offset>", then the bytes they carry.
 inline std::string describe(const Message& m)
 {
     char buf[96];
     if (!m.ok()) {
         std::snprintf(buf, sizeof buf, "#%llu !%s@%llu", static_cast<unsigned long long>(m.frame), errorName(m.error),
                       static_cast<unsigned long long>(m.error_offset));
-        return buf;
+        return buf + (m.payload_size > 0 ? " " + payloadText(m.payload, m.payload_size) : std::string());
     }
     std::snprintf(buf, sizeof buf, "#%llu %04x.%04x t%02x s%u ", static_cast<unsigned long long>(m.frame), m.header.service,
                   m.header.method, m.header.message_type, m.header.session);

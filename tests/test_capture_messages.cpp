@@ -43,10 +43,10 @@ TEST(CaptureMessages, DatagramsFollowTheSomeIpRule)
         {"first runs past, port selected", someip(0x12348001, 0x10001, 2, {1}, 0, 4), {"#1 !someip-runs-past-datagram@42"}, {30501}},
         {"port not selected", kA, {}, {1234}},
         {"magic cookie skipped", cookie + kA, {kLineA}},
-        {"snaplen cut in the second header", kA + kB, {kLineA, "#1 !frame-cut@59"}, {}, 42 + 17 + 10},
-        {"snaplen cut in the second payload", kA + kB, {kLineA, "#1 !frame-cut@59"}, {}, 42 + 17 + 17},
+        {"snaplen cut in the second header", kA + kB, {kLineA, "#1 !frame-cut@59 123480020000000a0001"}, {}, 42 + 17 + 10},
+        {"snaplen cut in the second payload", kA + kB, {kLineA, "#1 !frame-cut@59 b1"}, {}, 42 + 17 + 17},
         {"snaplen cut in the first header, any port", kA, {}, {}, 42 + 8},
-        {"snaplen cut in the first header, port selected", kA, {"#1 !frame-cut@42"}, {30490}, 42 + 8},
+        {"snaplen cut in the first header, port selected", kA, {"#1 !frame-cut@42 1234800100000009"}, {30490}, 42 + 8},
     };
     for (const DatagramCase& c : cases) {
         SCOPED_TRACE(c.name);

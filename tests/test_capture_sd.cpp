@@ -106,7 +106,7 @@ TEST(CaptureSd, ReaderAttachesTheDecodedPayload)
     ASSERT_TRUE(m.ok() && m.sd);
     EXPECT_EQ(describe(*m.sd), "c0 | offer-service 1234:0001 v1.16 ttl3 [0] | ipv4-endpoint 10.0.0.1:30509/17");
     ASSERT_TRUE(reader->next(m));
-    EXPECT_EQ(capturetest::describe(m), "#2 !sd-malformed@4");
+    EXPECT_EQ(capturetest::describe(m), "#2 !sd-malformed@4 20B:72a3cd6d");  // the payload stays
     EXPECT_TRUE(m.has_header && m.sd && !m.sd->ok);
     EXPECT_EQ(m.header.session, 2);
     EXPECT_FALSE(reader->next(m));

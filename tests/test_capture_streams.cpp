@@ -51,7 +51,7 @@ TEST(CaptureStreams, FragmentsAreReassembled)
         {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#2 !ip-fragments-missing@24"}},
         {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#2 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
         {"inner fragment not a multiple of 8", {v4(0, 20)}, {"#1 !ip-fragment-invalid@34"}},
-        {"fragment cut by the snaplen", {cutFrame(v4(0, 24), 8)}, {"#1 !frame-cut@34"}},
+        {"fragment cut by the snaplen", {cutFrame(v4(0, 24), 8)}, {"#1 !frame-cut@34 771a7725004000001234800100000030"}},
         {"datagrams in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
          {"#2 !reassembly-limit@24", "#4 " + kWhole}, {}, one},
     };

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "capture_lines.h"
 #include "json_scan.h"
 #include "payload_leaves.h"
 
@@ -115,6 +116,51 @@ TEST(LinesJson, FlattensAPayloadByItsFormat)
     EXPECT_EQ(l.out, expected);
     Leaves broken;
     EXPECT_FALSE(flattenPayload(method, R"({"wheels":[{"x":1)", broken));
+}
+
+TEST(CaptureLines, AnEmptyErrorReplyIsNotAFailure)
+{
+    struct Case {
+        const char* name;
+        const char* errorParams;  // the "error" entry's parameters; null: the service has none
+        uint8_t type;
+        size_t payloadSize;
+        bool decoded;
+        const char* tail;  // how the line ends
+    };
+    const Case cases[] = {
+        {"no error format: no payload member", nullptr, 0x81, 0, true, R"("return_code":1})"},
+        {"an error format that takes nothing", "[]", 0x81, 0, true, R"("return_code":1,"payload":{}})"},
+        {"an error format that wants bytes: no payload member", R"([{"ParamName":"e","ParamType":"uint8_t"}])", 0x81,
+         0, true, R"("return_code":1})"},
+        {"an empty response still fails", nullptr, 0x80, 0, false, R"(,"raw":""})"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string entries = R"({"MethodType":"response","ParamsDetails":[{"ParamName":"x","ParamType":"uint8_t"}]})";
+        if (c.errorParams != nullptr) {
+            entries += std::string(R"(,{"MethodType":"error","ParamsDetails":)") + c.errorParams + "}";
+        }
+        ZQSomeIP::ZQSomeIPPlainStatus status;
+        const auto set = ZQSomeIP::ZQSomeIPFormatSet::loadText(
+            R"({"FormatVersion":2,"Services":[{"ServiceID":"4660","Methods":[{"MethodID":"1","Params":[)" + entries + "]}]}]}", "f.json",
+            status);
+        ASSERT_TRUE(set) << status.message;
+        PlainPayloadDecoder decoder(*set);
+        CaptureLineWriter writer(decoder);
+        ZQSomeIP::capture::Message m;
+        m.has_header = true;
+        m.header.service = 4660;
+        m.header.method = 1;
+        m.header.message_type = c.type;
+        m.header.return_code = 1;
+        const uint8_t none = 0;
+        m.payload = &none;
+        m.payload_size = c.payloadSize;
+        std::string line;
+        EXPECT_EQ(writer.append(m, line).decoded, c.decoded);
+        EXPECT_EQ(line.substr(line.size() - std::string(c.tail).size()), c.tail) << line;
+    }
 }
 
 } // namespace

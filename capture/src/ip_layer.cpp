@@ -167,9 +167,14 @@ void IpLayer::fragment(const IpPayload& p, uint32_t id, uint32_t offset, bool mo
     keyPut(key, 4, &id, 4);
     if (const char* refused = fragmentRefused(p, offset, more)) {
         fragments_.discard(key);
-        context_.error(origin(p.family, p.source, p.destination, p.proto),
-                       p.captured < p.declared ? ErrorCode::FrameCut : ErrorCode::IpFragmentInvalid, p.at,
-                       text("%s (offset %u, %u bytes)", refused, offset, p.declared));
+        const bool cut = p.captured < p.declared;
+        Message& m = context_.error(origin(p.family, p.source, p.destination, p.proto),
+                                    cut ? ErrorCode::FrameCut : ErrorCode::IpFragmentInvalid, p.at,
+                                    text("%s (offset %u, %u bytes)", refused, offset, p.declared));
+        if (cut) {
+            m.payload = p.data;  // what was captured of the fragment
+            m.payload_size = p.captured;
+        }
         return;
     }
     IpPayload whole{p.family, p.source, p.destination, 0, nullptr, 0, 0, 0};

@@ -113,8 +113,14 @@ void SomeIpLayer::datagram(const Origin& o, const uint8_t* d, uint32_t captured,
             return;
         }
         if (have < kHeaderSize) {
-            if (pos == 0 && any_port_) ++context_.stats().skipped_frames;
-            else context_.error(o, ErrorCode::FrameCut, at + pos, text("header at offset %u cut by the snaplen (%u of 16 bytes)", pos, have));
+            if (pos == 0 && any_port_) {
+                ++context_.stats().skipped_frames;
+            } else {
+                Message& m = context_.error(o, ErrorCode::FrameCut, at + pos,
+                                            text("header at offset %u cut by the snaplen (%u of 16 bytes)", pos, have));
+                m.payload = h;  // what was captured of the header
+                m.payload_size = have;
+            }
             return;
         }
         const HeaderCheck c = checkHeader(h, UINT32_MAX);
@@ -130,8 +136,10 @@ void SomeIpLayer::datagram(const Origin& o, const uint8_t* d, uint32_t captured,
             return;
         }
         if (total > have) {
-            context_.headerError(o, ErrorCode::FrameCut, at + pos,
-                                 text("message of %llu bytes at offset %u cut by the snaplen after %u bytes", ull(total), pos, have), h);
+            Message& m = context_.headerError(o, ErrorCode::FrameCut, at + pos,
+                                              text("message of %llu bytes at offset %u cut by the snaplen after %u bytes", ull(total), pos, have), h);
+            m.payload = h + kHeaderSize;  // what was captured of the payload
+            m.payload_size = have - kHeaderSize;
             return;
         }
         message(o, h, total, false);
