@@ -69,9 +69,21 @@ install(FILES ${PROJECT_BINARY_DIR}/someip_parser_vaq.pc DESTINATION ${CMAKE_INS
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME someip_parser_vaq)
 set(CPACK_PACKAGE_VENDOR "The someip_parser_vaq authors")
-set(SOMEIP_PACKAGE_CONTACT "The someip_parser_vaq authors" CACHE STRING
-    "Maintainer of the .deb (Name <address>)")
+# Whoever builds the .deb maintains it: set the address (-DSOMEIP_PACKAGE_CONTACT="Name <address>").
+set(SOMEIP_PACKAGE_CONTACT "someip_parser_vaq maintainers <maintainers@someip-parser-vaq.invalid>" CACHE STRING
+    "Maintainer of the .deb: Name <address>")
+if(SOMEIP_PACKAGE_CONTACT STREQUAL "The someip_parser_vaq authors")  # the default of earlier trees: no address
+  set(SOMEIP_PACKAGE_CONTACT "someip_parser_vaq maintainers <maintainers@someip-parser-vaq.invalid>" CACHE STRING
+      "Maintainer of the .deb: Name <address>" FORCE)
+endif()
+if(NOT SOMEIP_PACKAGE_CONTACT MATCHES "^[^<>]+ <[^<>@ ]+@[^<>@ ]+>$")
+  message(FATAL_ERROR "SOMEIP_PACKAGE_CONTACT: expected 'Name <address>', not '${SOMEIP_PACKAGE_CONTACT}'")
+endif()
 set(CPACK_PACKAGE_CONTACT "${SOMEIP_PACKAGE_CONTACT}")
+# Binaries go in stripped; their debug symbols, when wanted, in a -dbgsym package of their own.
+set(CPACK_STRIP_FILES ON)
+option(SOMEIP_PACKAGE_DEBUGINFO "Also write the debug symbols into a separate -dbgsym package" OFF)
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ${SOMEIP_PACKAGE_DEBUGINFO})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "SOME/IP message payloads between their binary wire form and JSON")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
@@ -87,6 +99,11 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libjsoncpp-dev, pkg-config")
+# The Python module is built for one interpreter version; frames need pandas and numpy.
+if(SOMEIP_PYTHON_DEB_DEPENDS)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "${SOMEIP_PYTHON_DEB_DEPENDS}")
+  set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-numpy, python3-pandas, python3-matplotlib")
+endif()
 include(CPack)
 
 # Host programs built against the result, as a host would: through find_package and pkg-config from an

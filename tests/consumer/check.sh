@@ -71,7 +71,7 @@ deb)
   dpkg-deb -f "$deb" Package Version Maintainer Depends
   [ "$(dpkg-deb -f "$deb" Version)" = "$VERSION" ] || fail "wrong Version"
   [[ $(dpkg-deb -f "$deb" Depends) == *libjsoncpp25* ]] || fail "Depends lacks libjsoncpp25"
-  [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || fail "no Maintainer"
+  [[ $(dpkg-deb -f "$deb" Maintainer) == *" <"*@*">" ]] || fail "no Maintainer with an address"
 
   root=$out/root
   dpkg-deb -x "$deb" "$root"
@@ -96,6 +96,14 @@ deb)
   [ "$(PKG_CONFIG_PATH=$lib/pkgconfig "$PKG_CONFIG" --variable=includedir someip_parser_vaq)" -ef "$root/usr/include" ] ||
     fail "the .pc does not point at the package's headers"
   if [ "$WITH_TOOL" = 1 ]; then expect_file "$root/usr/bin/someip-json"; fi
+  for f in "$lib/libsomeip_parser_vaq.so.$VERSION" $(find "$root/usr/bin" "$root/usr/lib" -name '*.so*' -type f) \
+           $(find "$root/usr/bin" -type f); do
+    [[ $(file -b "$f") != *"not stripped"* ]] || fail "$f is not stripped"
+  done
+  module=$(find "$root" -path '*dist-packages/someip_parser_vaq*.so' | head -1)
+  if [ -n "$module" ]; then
+    [[ $(dpkg-deb -f "$deb" Depends) == *"python3 (>= 3."* ]] || fail "the Python module's interpreter is not a dependency"
+  fi
   if [ "$WITH_CAPTURE" = 1 ]; then
     expect_file "$lib/libsomeip_capture.so.$VERSION"
     expect_file "$inc/ZQSomeIPCapture.h"
