@@ -2,7 +2,7 @@
 """Decode many capture files in parallel on a Dask cluster: one JSON-lines file per capture.
 
 usage: decode_captures.py INPUT... --formats PATH --out DIR [--workers N | --scheduler ADDRESS]
-                          [--port P]... [--quiet]
+                          [--port P]... [--quiet] [--allow-failures]
 
 INPUT is a capture file (pcap, pcapng), a directory (its *.pcap and *.pcapng files) or a glob pattern.
 Each capture becomes DIR/<name>.jsonl holding the lines `someip-json capture FILE --formats PATH` writes
@@ -12,8 +12,10 @@ captures, the formats and DIR at the same paths as here.
 
 Every worker loads the format set once (a worker plugin) and decodes one capture at a time with it.
 The summary (JSON on standard output) has the totals (messages, lines, decoded, failed, seconds) and a
-row per capture. Exit status: 0 success, 1 a capture damaged or unreadable (its row says why; the lines
-before the damage are written), 2 bad arguments.
+row per capture. Exit status, as for someip-json: 0 everything decoded; 1 a capture damaged or
+unreadable (its row says why; the lines before the damage are written) or messages that failed to
+decode (the summary counts them; --allow-failures keeps 0 for them); 2 bad arguments, no captures,
+formats that do not load, or the module missing (one line says what).
 """
 import argparse
 import glob
@@ -22,7 +24,10 @@ import os
 import sys
 import time
 
-from distributed import Client, LocalCluster, WorkerPlugin, get_worker
+try:
+    from distributed import Client, LocalCluster, WorkerPlugin, get_worker
+except ImportError:
+    sys.exit("decode_captures: Dask's distributed scheduler is not installed (Debian: python3-distributed)")
 
 PLUGIN = "someip-formats"
 
@@ -73,7 +78,7 @@ def captures(inputs):
         else:
             names = sorted(glob.glob(item))
             if not names:
-                raise SystemExit("decode_captures: no capture matches %s" % item)
+                usage("no capture matches %s" % item)
         found.extend(os.path.abspath(n) for n in names if os.path.isfile(n))
     found = list(dict.fromkeys(found))
     return sorted(found, key=os.path.getsize, reverse=True)
@@ -84,9 +89,31 @@ def output_names(files, out_dir):
     for path in files:
         out = os.path.join(out_dir, os.path.splitext(os.path.basename(path))[0] + ".jsonl")
         if out in outputs.values():
-            raise SystemExit("decode_captures: two captures would both write %s; rename one" % out)
+            usage("two captures would both write %s; rename one" % out)
         outputs[path] = out
     return outputs
+
+
+def usage(message):
+    """Bad arguments or unreadable input: one line, exit status 2."""
+    sys.stderr.write("decode_captures: %s\n" % message)
+    sys.exit(2)
+
+
+def check_formats(path):
+    """The module and the formats, tried here once so that a missing piece is one line, not a worker's
+    traceback."""
+    try:
+        import someip_parser_vaq
+    except ImportError:
+        usage("the module someip_parser_vaq is not on the Python path: build it and set "
+              "PYTHONPATH=<build>/python, or install the .deb")
+    if not os.path.exists(path):
+        usage("no format file or directory at %s" % path)
+    try:
+        someip_parser_vaq.Formats(path)
+    except someip_parser_vaq.Error as e:
+        usage("the formats do not load: %s" % e)
 
 
 def main(argv=None):
@@ -101,15 +128,18 @@ def main(argv=None):
     parser.add_argument("--port", type=int, action="append", default=[],
                         help="UDP/TCP port carrying SOME/IP (repeatable); default: any consistent one")
     parser.add_argument("--quiet", action="store_true", help="no summary line on standard error")
+    parser.add_argument("--allow-failures", action="store_true",
+                        help="exit 0 even when messages fail to decode (exploratory runs)")
     args = parser.parse_args(argv)
 
     files = captures(args.inputs)
     if not files:
-        raise SystemExit("decode_captures: no captures found")
+        usage("no captures found in " + " ".join(args.inputs))
+    formats = os.path.abspath(args.formats)
+    check_formats(formats)
     out_dir = os.path.abspath(args.out)
     os.makedirs(out_dir, exist_ok=True)
     outputs = output_names(files, out_dir)
-    formats = os.path.abspath(args.formats)
 
     started = time.perf_counter()
     if args.scheduler:
@@ -149,7 +179,8 @@ def main(argv=None):
                             seconds, totals["lines"] / seconds if seconds > 0 else 0, ready - started))
         for row in failed_files:
             sys.stderr.write("decode_captures: %s: %s\n" % (row["file"], row["error"]))
-    return 1 if failed_files else 0
+    # One rule with someip-json: 1 when a capture is damaged or a message failed, unless failures are allowed.
+    return 1 if failed_files or (totals["failed"] > 0 and not args.allow_failures) else 0
 
 
 if __name__ == "__main__":

@@ -42,3 +42,21 @@ def test_two_workers_decode_what_one_process_decodes(sp, bulk_formats, tmp_path)
     assert rows["cut.pcap"]["error"].startswith("capture_damaged")
     assert 0 < rows["cut.pcap"]["lines"] < 2000
     assert summary["lines"] == summary["decoded"] == 8000 + rows["cut.pcap"]["lines"]
+
+
+@pytest.mark.parametrize("case", ["no module", "no formats", "no captures"])
+def test_what_is_missing_is_one_line_and_status_2(tmp_path, case):
+    pytest.importorskip("distributed")
+    pcap = generate_capture(tmp_path, 10)
+    env = dict(os.environ)
+    formats, inputs = BULK_FORMATS, [pcap]
+    if case == "no module":
+        env["PYTHONPATH"] = ""
+    elif case == "no formats":
+        formats = str(tmp_path / "absent.json")
+    else:
+        inputs = [str(tmp_path / "*.pcapng")]
+    run = subprocess.run([sys.executable, SCRIPT, *inputs, "--formats", formats, "--out", str(tmp_path / "out")],
+                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=env, timeout=60)
+    assert run.returncode == 2
+    assert len(run.stderr.decode().splitlines()) == 1, run.stderr.decode()
