@@ -11,6 +11,7 @@
 //   ZQSomeIP::capture::Message m;
 //   while (reader->next(m)) { if (m.ok()) { /* m.header, m.payload */ } else { /* m.error, m.error_text */ } }
 //   if (reader->status().failed) { /* the file is damaged: reader->status().error */ }
+// CaptureReader::openLive reads a network interface the same way.
 //
 // Which UDP datagrams and TCP streams count as SOME/IP:
 //   * The port selection must match the source or the destination port (an empty selection matches all).
@@ -152,6 +153,12 @@ struct Limits {
 struct Options {
     std::vector<uint16_t> ports;   // UDP/TCP ports that carry SOME/IP; empty: all (see the heuristic above)
     Limits limits;
+    // A capture filter (the BPF expression language of libpcap); empty: every frame. Frames it rejects are
+    // neither read nor counted, as on a live interface where the kernel drops them; frame numbers stay
+    // those of the file.
+    std::string filter;
+    // Read no more than this many frames (after the filter); 0: no bound.
+    uint64_t max_frames = 0;
 };
 
 struct Statistics {
@@ -181,6 +188,12 @@ public:
     // Opens a pcap or pcapng file, or standard input for "-". Returns null, with `error` set, when the file
     // cannot be opened or does not start like a capture.
     static std::unique_ptr<CaptureReader> open(const std::string& path, const Options& options, std::string& error);
+    // Captures live from a network interface ("lo", "eth0"), without promiscuous mode, frames handed
+    // over as they arrive. Reading goes on until stop() or Options::max_frames; fileSize() is 0 and
+    // bytesRead() counts captured bytes. Null, with `error` set, when the interface cannot be opened
+    // (capturing needs the privilege to do so) or the filter is invalid.
+    static std::unique_ptr<CaptureReader> openLive(const std::string& interface, const Options& options,
+                                                   std::string& error);
     ~CaptureReader();
     CaptureReader(const CaptureReader&) = delete;
     CaptureReader& operator=(const CaptureReader&) = delete;
@@ -190,6 +203,11 @@ public:
     // before the damage was yielded (status().failed then says so). `out.payload` and `out.sd` stay valid
     // until the next call.
     bool next(Message& out);
+
+    // Ends the reading: no frame after the one being read is taken, what is kept is reported, then next()
+    // returns false. Safe to call from a signal handler or another thread (a live reader notices within
+    // a tenth of a second).
+    void stop();
 
     const Status& status() const;
     uint64_t bytesRead() const;    // bytes taken from the file so far (read-ahead included), for progress

@@ -208,9 +208,9 @@ void CaptureLineWriter::appendTime(std::string& out, const cap::Message& m)
     out += "Z\"";
 }
 
-LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
+bool CaptureLineWriter::appendCapture(const cap::Message& m, std::string& out, LineOutcome& outcome)
 {
-    LineOutcome outcome;
+    outcome = LineOutcome();
     out += "{\"frame\":";
     appendNumber(out, m.frame);
     if (!file_.empty()) {
@@ -245,7 +245,18 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
     } else if (m.sd != nullptr) {
         appendSd(out, *m.sd);
         outcome.decoded = true;
-    } else if (decoder_.decode(m.header, m.payload, m.payload_size, decoded_, failure_)) {
+    } else {
+        return true;
+    }
+    out += '}';
+    return false;
+}
+
+LineOutcome CaptureLineWriter::appendPayload(const cap::Header& header, const uint8_t* payload, size_t size,
+                                             std::string& out)
+{
+    LineOutcome outcome;
+    if (decoder_.decode(header, payload, size, decoded_, failure_)) {
         out += ",\"payload\":";
         out += decoded_.json;
         if (!decoded_.warnings.empty()) {
@@ -264,13 +275,22 @@ LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
         out += ",\"error\":";
         out += failure_.json;
         out += ",\"raw\":\"";
-        appendHex(out, m.payload, m.payload_size);
+        appendHex(out, payload, size);
         out += '"';
         outcome.failure = failure_.code;
         outcome.unknown_message = failure_.unknown;
         appendNames(out);
     }
     out += '}';
+    return outcome;
+}
+
+LineOutcome CaptureLineWriter::append(const cap::Message& m, std::string& out)
+{
+    LineOutcome outcome;
+    if (appendCapture(m, out, outcome)) {
+        outcome = appendPayload(m.header, m.payload, m.payload_size, out);
+    }
     return outcome;
 }
 

@@ -79,7 +79,7 @@ private:
 struct LineOutcome {
     bool decoded = false;          // a decoded payload, or a service discovery message
     std::string_view failure;      // otherwise the code: the capture error's name (frame-cut, ...) or the
-                                   // payload failure's code; valid until the next append()
+                                   // payload failure's code; valid until the next append() or appendPayload()
     bool unknown_message = false;  // the payload failed because no format is loaded for it
     bool warned = false;           // the payload decoded with bytes skipped
 };
@@ -94,6 +94,15 @@ public:
 
     // Appends the line for `m` to `out`, without a line end.
     LineOutcome append(const ZQSomeIP::capture::Message& m, std::string& out);
+
+    // append() in two steps, so that the payload can be decoded elsewhere (by another writer, on another
+    // thread) than where the capture record is read: appendCapture writes the line up to its payload and
+    // returns true when the payload is still to be decoded; appendPayload, given the message's header and
+    // payload, then ends the line. When appendCapture returns false the line is whole and `outcome` says
+    // what it reported.
+    bool appendCapture(const ZQSomeIP::capture::Message& m, std::string& out, LineOutcome& outcome);
+    LineOutcome appendPayload(const ZQSomeIP::capture::Header& header, const uint8_t* payload, size_t size,
+                              std::string& out);
 
 private:
     void appendTime(std::string& out, const ZQSomeIP::capture::Message& m);

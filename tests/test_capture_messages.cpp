@@ -80,6 +80,9 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
     Limits one;  // one message in reassembly, of at most 40 bytes
     one.tp_messages = 1;
     one.max_message = 40;
+    Limits few_bytes, one_piece;
+    few_bytes.tp_bytes = 24;  // one 16-byte segment fits, two do not
+    one_piece.tp_pieces = 1;  // a message held as one byte range at most
     const std::string whole = payloadText(kWhole);
     const Bytes other = tpSegment(0x12348001, 1, 0, true, pattern(32, 9));
     const std::vector<TpCase> cases = {
@@ -99,6 +102,10 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
         {"segments disagree on the end", {datagram(piece(32, false)), datagram(tpSegment(0x12348001, 1, 48, false, pattern(16)))}, {"#2 !tp-overlap@48"}},
         {"in flight and size limited", {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(32, false, 2))},
          {"#2 !reassembly-limit@16", "#3 !tp-invalid@32"}, one},
+        {"bytes in flight limited", {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(16, true, 2))},
+         {"#2 !reassembly-limit@16", "#3 !reassembly-limit@32"}, few_bytes},
+        {"pieces per message limited", {datagram(piece(0, true)), datagram(piece(32, false)), datagram(piece(16, true))},
+         {"#2 !reassembly-limit@32", "#3 !tp-missing-segments@0"}, one_piece},
     };
     for (const TpCase& c : cases) {
         SCOPED_TRACE(c.name);

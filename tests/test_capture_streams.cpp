@@ -39,8 +39,10 @@ Frame v6(uint32_t from, uint32_t to)
 
 TEST(CaptureStreams, FragmentsAreReassembled)
 {
-    Limits one;
+    Limits one, few_bytes, one_piece;
     one.ip_datagrams = 1;
+    few_bytes.ip_bytes = 64;   // one whole datagram: the oldest partial one goes to make room
+    one_piece.ip_pieces = 1;   // a datagram held as one byte range at most
     const std::vector<StreamCase> cases = {
         {"in order", {v4(0, 24), v4(24, 48), v4(48, 64)}, {"#3 " + kWhole}},
         {"reverse order", {v4(48, 64), v4(24, 48), v4(0, 24)}, {"#3 " + kWhole}},
@@ -54,6 +56,10 @@ TEST(CaptureStreams, FragmentsAreReassembled)
         {"fragment cut by the snaplen", {cutFrame(v4(0, 24), 8)}, {"#1 !frame-cut@34 771a7725004000001234800100000030"}},
         {"datagrams in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
          {"#2 !reassembly-limit@24", "#4 " + kWhole}, {}, one},
+        {"bytes in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
+         {"#3 !reassembly-limit@24", "#4 " + kWhole}, {}, few_bytes},
+        {"pieces per datagram limited", {v4(0, 24), v4(48, 64), v4(24, 48)},
+         {"#2 !reassembly-limit@48", "#3 !ip-fragments-missing@0"}, {}, one_piece},
     };
     for (const StreamCase& c : cases) {
         SCOPED_TRACE(c.name);
@@ -76,6 +82,7 @@ Frame seg(uint32_t from, uint32_t to, uint8_t flags = kAck, const Bytes& data = 
     return {eth(0x0800, ipv4(tcp(40000, 30490, 1001 + from, flags, slice(data, from, to)), V4{6}))};
 }
 const Frame kSynFrame = {eth(0x0800, ipv4(tcp(40000, 30490, 1000, kSyn, {}), V4{6}))};
+const Frame kOtherSyn = {eth(0x0800, ipv4(tcp(40001, 30490, 1000, kSyn, {}), V4{6}))};
 std::string line(int frame, int which)
 {
     const char* const text[] = {"1234.8001 t02 s1 a1", "1234.8002 t02 s2 b1b2", nullptr};
@@ -84,8 +91,9 @@ std::string line(int frame, int which)
 
 TEST(CaptureStreams, TcpStreamsAreReassembled)
 {
-    Limits narrow, small, short_messages;
+    Limits narrow, small, short_messages, one_stream;
     narrow.tcp_window = 32;
+    one_stream.tcp_streams = 1;
     small.tcp_bytes = 100;             // a 208-byte message cannot be held
     short_messages.max_message = 150;  // a 166-byte message is not a plausible header
     const Bytes garbage(16, 0xEE), fake = someip(0x11112222, 1, 0x02, {});
@@ -117,6 +125,8 @@ TEST(CaptureStreams, TcpStreamsAreReassembled)
          {"#2 !reassembly-limit@0", "#3 !tcp-skipped@120"}, {}, small},
         {"message beyond the size limit", {kSynFrame, seg(0, 183, kAck, kA + someip(0x12348002, 0x10002, 0x02, pattern(150)))},
          {line(2, 0), "#2 !someip-bad-header@17", "#2 !tcp-skipped@18"}, {}, short_messages},
+        {"streams limited: the least recently used goes, with what it held", {kSynFrame, seg(0, 20), seg(35, 81), kOtherSyn},
+         {line(2, 0), "#4 !reassembly-limit@17", "#4 !reassembly-limit@20"}, {}, one_stream},
     };
     for (const StreamCase& c : cases) {
         SCOPED_TRACE(c.name);

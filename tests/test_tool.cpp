@@ -1,11 +1,19 @@
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -350,6 +358,9 @@ TEST_F(Tool, CaptureToJsonLines)
          "unknown service 0x1234 method 0x8002"},
         {"capture " + base + "_cut.pcap" + formats, 1, {R"({"frame":1,)", v2, unknown}, "_cut.pcap: "},
         {"capture " + base + "_absent.pcap" + formats, 2, {}, "_absent.pcap"},
+        {capture + " --filter 'udp port 30490' --count 2", 0, {R"("session":1,)", R"("session":2,)"}, "2 frames"},
+        {capture + " --filter 'udp port 9'", 0, {}, "0 frames"},
+        {capture + " --filter 'udp port'", 2, {}, "filter 'udp port': "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
@@ -363,6 +374,170 @@ TEST_F(Tool, CaptureToJsonLines)
         EXPECT_NE(err.find(c.err), std::string::npos) << err;
     }
     for (const char* suffix : {".json", ".pcap", "_cut.pcap"}) {
+        std::remove((base + suffix).c_str());
+    }
+}
+
+namespace {
+
+// The summary without its timing ("in 0.01 s (400 lines/s)"), which differs from run to run.
+std::string untimed(const std::string& err)
+{
+    return std::regex_replace(err, std::regex(" in [0-9.]+ s \\([0-9]+ lines/s\\)"), "");
+}
+
+} // namespace
+
+// Several jobs write what one job writes, byte for byte, in capture order: across batches, with --limit,
+// over two files, up to the damage in a cut capture.
+TEST_F(Tool, CaptureJobsThreadsWriteWhatOneJobWrites)
+{
+    const std::string base = ::testing::TempDir() + "someip_tool_jobs_" + std::to_string(getpid());
+    std::vector<Capture> messages;
+    for (int i = 0; i < 3000; ++i) {  // decoded, decoded with warnings, unknown version, unknown method
+        const Capture kinds[] = {{2, "\x05"}, {1, "\x03\x41\x07"}, {7, "\x05"}, {1, "\x03\x41", 32770}};
+        messages.push_back(kinds[i * 7 % 4]);
+    }
+    const std::string pcap = pcapOf(messages);
+    std::ofstream(base + ".json") << kVersionedFormats;
+    std::ofstream(base + ".pcap", std::ios::binary) << pcap;
+    std::ofstream(base + "_cut.pcap", std::ios::binary) << pcap.substr(0, pcap.size() * 2 / 3);
+    const std::string capture = "capture --formats " + base + ".json --quiet ";
+    for (const std::string& args : {base + ".pcap", base + ".pcap --limit 1234", base + ".pcap " + base + "_cut.pcap",
+                                    base + "_cut.pcap --service 0x1234 --method 0x8001"}) {
+        SCOPED_TRACE(args);
+        std::string one, one_err, many, many_err;
+        const int status = runTool(capture + args + " --jobs 1", "", one, one_err);
+        EXPECT_EQ(runTool(capture + args + " --jobs 3", "", many, many_err), status);
+        EXPECT_GT(one.size(), 100000u);
+        EXPECT_TRUE(one == many) << "the outputs differ";
+        EXPECT_EQ(untimed(many_err), untimed(one_err));
+    }
+    for (const char* suffix : {".json", ".pcap", "_cut.pcap"}) {
+        std::remove((base + suffix).c_str());
+    }
+}
+
+namespace {
+
+// SOME/IP notifications over UDP to a port of the loopback interface that a socket of ours holds.
+class LoopbackSender {
+public:
+    LoopbackSender()
+    {
+        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
+        to_.sin_family = AF_INET;
+        to_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(to_);
+        bind(fd_, reinterpret_cast<const sockaddr*>(&to_), sizeof(to_));
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&to_), &size);
+    }
+    ~LoopbackSender() { close(fd_); }
+    uint16_t port() const { return ntohs(to_.sin_port); }
+    // Event 0x8001 of service 0x1234, interface version 1, payload 03 41: {"mode":"AUTO","temp":65}.
+    void send(uint16_t session)
+    {
+        const uint8_t m[] = {0x12, 0x34, 0x80, 0x01, 0, 0, 0, 10, 0, 0, static_cast<uint8_t>(session >> 8),
+                             static_cast<uint8_t>(session), 1, 1, 2, 0, 0x03, 0x41};
+        sendto(fd_, m, sizeof(m), 0, reinterpret_cast<const sockaddr*>(&to_), sizeof(to_));
+    }
+
+private:
+    int fd_ = -1;
+    sockaddr_in to_{};
+};
+
+// The tool started with `args`, standard output and error into files, as a process of its own.
+pid_t startTool(const std::string& args, const std::string& out, const std::string& err)
+{
+    const std::string command = "exec " SOMEIP_TOOL_PATH " " + args + " >" + out + " 2>" + err;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    return pid;
+}
+
+std::string fileText(const std::string& path)
+{
+    std::string text;
+    std::ifstream in(path);
+    std::getline(in, text, '\0');
+    return text;
+}
+
+// Sends a notification every 20 ms until the tool has exited or `ready` says so (at most 10 s);
+// gives the tool's exit status once it has exited (-1 if it did not exit normally).
+int feedTool(pid_t pid, LoopbackSender& sender, const std::function<bool()>& ready, bool wait_exit)
+{
+    int raw = 0;
+    for (uint16_t session = 1; session <= 500; ++session) {
+        if (waitpid(pid, &raw, WNOHANG) == pid) {
+            return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        }
+        if (ready && ready()) {
+            break;
+        }
+        sender.send(session);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    if (!wait_exit) {
+        return -2;
+    }
+    waitpid(pid, &raw, 0);
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+}
+
+} // namespace
+
+// A live capture on the loopback interface: traffic the test sends itself, lines as they come, ended by
+// --count, by SIGINT (the summary still written) and by --duration.
+TEST_F(Tool, CaptureLiveInterface)
+{
+    const std::string base = ::testing::TempDir() + "someip_tool_live_" + std::to_string(getpid());
+    std::ofstream(base + ".json") << kVersionedFormats;
+    LoopbackSender sender;
+    const std::string capture = "capture --interface lo --formats " + base + ".json --filter 'udp port " +
+                                std::to_string(sender.port()) + "' ";
+    const std::string out = base + ".out", err = base + ".err";
+    const char* const decoded = R"("src":"127.0.0.1:)";
+
+    int status = feedTool(startTool(capture + "--count 3 --duration 20", out, err), sender, nullptr, true);
+    const std::string opened = fileText(err);
+    if (status == 2 && (opened.find("ermission") != std::string::npos || opened.find("not permitted") != std::string::npos)) {
+        GTEST_SKIP() << "no permission to capture on lo: " << opened;
+    }
+    ASSERT_EQ(status, 0) << opened;
+    std::vector<std::string> lines = splitLines(fileText(out));
+    ASSERT_EQ(lines.size(), 3u) << fileText(out);
+    for (const std::string& line : lines) {
+        EXPECT_NE(line.find(decoded), std::string::npos) << line;
+        EXPECT_NE(line.find(R"("payload":{"mode":"AUTO","temp":65},"service_name":"Climate")"), std::string::npos) << line;
+    }
+    EXPECT_NE(opened.find("capture: 3 frames, 3 SOME/IP messages, 3 lines, 3 decoded"), std::string::npos) << opened;
+
+    // Lines are written as they come: the first one is there while the capture goes on.
+    std::remove(out.c_str());
+    const pid_t pid = startTool(capture + "--duration 20", out, err);
+    EXPECT_EQ(feedTool(pid, sender, [&] { return fileText(out).find('\n') != std::string::npos; }, false), -2);
+    kill(pid, SIGINT);
+    int raw = 0;
+    waitpid(pid, &raw, 0);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0);
+    EXPECT_NE(fileText(out).find(decoded), std::string::npos);
+    EXPECT_NE(fileText(err).find(" decoded, 0 failed"), std::string::npos) << fileText(err);
+
+    const auto started = std::chrono::steady_clock::now();
+    LoopbackSender quiet;  // nothing is sent to its port
+    std::string none, summary;
+    status = runTool("capture --interface lo --formats " + base + ".json --duration 0.3 --filter 'udp port " +
+                         std::to_string(quiet.port()) + "'", "", none, summary);
+    EXPECT_EQ(status, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_EQ(none, "");
+    EXPECT_NE(summary.find("capture: 0 frames"), std::string::npos) << summary;
+    for (const char* suffix : {".json", ".out", ".err"}) {
         std::remove((base + suffix).c_str());
     }
 }

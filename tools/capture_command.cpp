@@ -1,18 +1,23 @@
 #include "capture_command.h"
 
+#include <signal.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "ZQSomeIPCapture.h"
 #include "capture_lines.h"
+#include "capture_pipeline.h"
 #include "converter.h"
 
 namespace someip_json {
@@ -27,6 +32,27 @@ using capture_lines::LineOutcome;
 using capture_lines::PayloadDecoder;
 using capture_lines::PayloadFailure;
 using capture_lines::PlainPayloadDecoder;
+
+// The reader a signal ends (SIGINT, SIGTERM, or SIGALRM at the end of --duration): a live capture stops
+// cleanly, with what it holds reported and the summary written.
+std::atomic<cap::CaptureReader*> g_stoppable{nullptr};
+
+void stopReading(int)
+{
+    if (cap::CaptureReader* reader = g_stoppable.load()) {
+        reader->stop();
+    }
+}
+
+void catchStopSignals()
+{
+    struct sigaction action {};
+    action.sa_handler = stopReading;
+    sigemptyset(&action.sa_mask);
+    for (int signal : {SIGINT, SIGTERM, SIGALRM}) {
+        sigaction(signal, &action, nullptr);  // no SA_RESTART: a waiting read wakes up at once
+    }
+}
 
 // The tool's classic converter as the lines' payload decoder (the plain form has its own).
 class ConverterDecoder : public PayloadDecoder {
@@ -64,7 +90,26 @@ public:
 
     void define(CLI::App& app) override
     {
-        app.add_option("files", files_, "Capture files (pcap or pcapng); - for standard input")->required();
+        CLI::Option* files = app.add_option("files", files_, "Capture files (pcap or pcapng); - for standard input");
+        app.add_option("--interface", interface_, "Capture live from this network interface instead of files "
+                                                  "(needs the privilege to capture)")
+            ->excludes(files);
+        app.add_option("--filter", capture_filter_, "Only frames this capture filter (libpcap's BPF expressions, "
+                                                    "e.g. 'udp port 30490') accepts");
+        app.add_option("--count", count_, "Stop after this many frames (after --filter)");
+        app.add_option("--duration", duration_, "With --interface: stop after this many seconds")
+            ->check(CLI::PositiveNumber);
+        app.add_option("--jobs", jobs_, "Threads decoding payloads (default: the number of cores); lines stay in "
+                                        "capture order. --classic and --interface decode on one thread")
+            ->check(CLI::Range(1u, 1024u));
+        app.parse_complete_callback([this] {
+            if (files_.empty() && interface_.empty()) {
+                throw CLI::RequiredError("files");
+            }
+            if (duration_ > 0 && interface_.empty()) {
+                throw CLI::ValidationError("--duration", "needs --interface");
+            }
+        });
         formats_.define(app);
         app.add_option("--port", ports_, "UDP/TCP port carrying SOME/IP (repeatable); default: any port whose "
                                          "datagrams have consistent SOME/IP headers")
@@ -94,20 +139,28 @@ public:
             decoder_ = std::make_unique<ConverterDecoder>(*converter_);
         } else {
             set_ = loadFormatSet(formats_.formats);
-            decoder_ = std::make_unique<PlainPayloadDecoder>(*set_, style_.apply());
+            plain_options_ = style_.apply();
+            decoder_ = std::make_unique<PlainPayloadDecoder>(*set_, plain_options_);
         }
         writer_ = std::make_unique<CaptureLineWriter>(*decoder_);
+        const bool live = !interface_.empty();
         static char buffer[1 << 16];
-        setvbuf(stdout, buffer, _IOFBF, sizeof(buffer));
+        // Live lines are written as they come; file lines in large blocks.
+        setvbuf(stdout, buffer, live ? _IOLBF : _IOFBF, sizeof(buffer));
+        startPipeline(live);
         progress_ = !quiet_ && isatty(STDERR_FILENO) != 0;
         started_ = Clock::now();
         bool damaged = false;
+        if (live) {
+            damaged = !readLive();
+        }
         for (const std::string& file : files_) {
             if (limit_ != 0 && lines_ >= limit_) {
                 break;
             }
             damaged |= !read(file);
         }
+        pipeline_.reset();
         fflush(stdout);
         summary();
         return damaged ? kExitFailed : kExitOk;
@@ -145,19 +198,67 @@ private:
                (!type_filter_.on || m.header.message_type == type_filter_.value);
     }
 
+    // Payloads are decoded on worker threads unless one job is asked for. The classic converter is not
+    // safe to share between threads, and live traffic is written line by line as it comes.
+    void startPipeline(bool live)
+    {
+        const unsigned jobs = jobs_ != 0 ? jobs_ : std::max(1u, std::thread::hardware_concurrency());
+        if (jobs <= 1 || classic_ || live) {
+            return;
+        }
+        pipeline_ = std::make_unique<someip_json::LinePipeline>(
+            jobs, [this] { return std::make_unique<PlainPayloadDecoder>(*set_, plain_options_); }, stdout, tally_);
+    }
+
+    cap::Options readerOptions() const
+    {
+        cap::Options options;
+        options.ports = ports_;
+        options.filter = capture_filter_;
+        options.max_frames = count_;
+        return options;
+    }
+
     // False when the capture is damaged (everything before the damage has been written).
     bool read(const std::string& file)
     {
         std::string error;
-        cap::Options options;
-        options.ports = ports_;
-        auto reader = cap::CaptureReader::open(file, options, error);
+        auto reader = cap::CaptureReader::open(file, readerOptions(), error);
         if (reader == nullptr) {
             fail(kExitUsage, file + ": " + error);
         }
-        writer_->setFile(files_.size() > 1 ? file : std::string());
+        const std::string name = files_.size() > 1 ? file : std::string();
+        writer_->setFile(name);
+        if (pipeline_) {
+            pipeline_->setFile(name);
+        }
+        return consume(*reader, file);
+    }
+
+    bool readLive()
+    {
+        std::string error;
+        auto reader = cap::CaptureReader::openLive(interface_, readerOptions(), error);
+        if (reader == nullptr) {
+            fail(kExitUsage, error);
+        }
+        g_stoppable = reader.get();
+        catchStopSignals();
+        if (duration_ > 0) {
+            itimerval timer{};
+            timer.it_value.tv_sec = static_cast<time_t>(duration_);
+            timer.it_value.tv_usec = static_cast<suseconds_t>((duration_ - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
+            setitimer(ITIMER_REAL, &timer, nullptr);
+        }
+        const bool ok = consume(*reader, interface_);
+        g_stoppable = nullptr;
+        return ok;
+    }
+
+    bool consume(cap::CaptureReader& reader, const std::string& name)
+    {
         cap::Message m;
-        while (reader->next(m)) {
+        while (reader.next(m)) {
             if (selected(m)) {
                 line(m);
                 if (limit_ != 0 && lines_ >= limit_) {
@@ -165,16 +266,19 @@ private:
                 }
             }
             if (progress_ && (++tick_ & 0x3FF) == 0) {
-                showProgress(*reader);
+                showProgress(reader);
             }
         }
         if (progress_) {
             fputs("\r\033[K", stderr);
         }
-        add(reader->status().stats);
-        if (reader->status().failed) {
+        if (pipeline_) {
+            pipeline_->drain();
+        }
+        add(reader.status().stats);
+        if (reader.status().failed) {
             fflush(stdout);
-            fprintf(stderr, "someip-json: %s: %s\n", file.c_str(), reader->status().error.c_str());
+            fprintf(stderr, "someip-json: %s: %s\n", name.c_str(), reader.status().error.c_str());
             return false;
         }
         return true;
@@ -182,20 +286,16 @@ private:
 
     void line(const cap::Message& m)
     {
+        ++lines_;
+        if (pipeline_) {
+            pipeline_->add(m);
+            return;
+        }
         line_.clear();
         const LineOutcome outcome = writer_->append(m, line_);
         line_ += '\n';
         fwrite(line_.data(), 1, line_.size(), stdout);
-        ++lines_;
-        if (outcome.decoded) {
-            ++decoded_;
-            warned_ += outcome.warned ? 1 : 0;
-            return;
-        }
-        ++failed_[std::string(outcome.failure)];
-        if (outcome.unknown_message) {
-            ++unknown_[(static_cast<uint32_t>(m.header.service) << 16) | static_cast<uint32_t>(m.header.method)];
-        }
+        tally_.add(outcome, m.header);
     }
 
     void showProgress(const cap::CaptureReader& reader)
@@ -230,17 +330,17 @@ private:
         fprintf(stderr, "someip-json: capture: %llu frames, %llu SOME/IP messages, %llu lines, %llu decoded, %llu "
                         "failed in %.2f s (%.0f lines/s)\n",
                 static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(messages_),
-                static_cast<unsigned long long>(lines_), static_cast<unsigned long long>(decoded_),
-                static_cast<unsigned long long>(lines_ - decoded_), elapsed,
+                static_cast<unsigned long long>(lines_), static_cast<unsigned long long>(tally_.decoded),
+                static_cast<unsigned long long>(lines_ - tally_.decoded), elapsed,
                 elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0);
-        if (warned_ > 0) {
-            fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(warned_));
+        if (tally_.warned > 0) {
+            fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(tally_.warned));
         }
-        for (const auto& reason : failed_) {
+        for (const auto& reason : tally_.failed) {
             fprintf(stderr, "  failed, %s: %llu\n", reason.first.c_str(), static_cast<unsigned long long>(reason.second));
         }
         std::vector<std::pair<uint64_t, uint32_t>> unknown;
-        for (const auto& pair : unknown_) {
+        for (const auto& pair : tally_.unknown) {
             unknown.emplace_back(pair.second, pair.first);
         }
         std::sort(unknown.begin(), unknown.end(), [](const auto& a, const auto& b) {
@@ -258,22 +358,27 @@ private:
     std::string service_, method_, type_;
     Filter service_filter_, method_filter_, type_filter_;
     uint64_t limit_ = 0;
+    std::string interface_, capture_filter_;
+    uint64_t count_ = 0;
+    double duration_ = 0;
+    unsigned jobs_ = 0;
     bool classic_ = false;
     bool quiet_ = false;
     PlainStyleOptions style_;
 
     std::unique_ptr<Converter> converter_;                       // classic form
     std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set_;     // plain form
+    ZQSomeIP::ZQSomeIPPlainOptions plain_options_;
     std::unique_ptr<PayloadDecoder> decoder_;
     std::unique_ptr<CaptureLineWriter> writer_;
+    std::unique_ptr<someip_json::LinePipeline> pipeline_;       // several jobs
     std::string line_;
     bool progress_ = false;
     uint64_t tick_ = 0;
     Clock::time_point started_;
     double last_progress_ = 0;
-    uint64_t frames_ = 0, messages_ = 0, lines_ = 0, decoded_ = 0, warned_ = 0;
-    std::map<std::string, uint64_t> failed_;
-    std::map<uint32_t, uint64_t> unknown_;
+    uint64_t frames_ = 0, messages_ = 0, lines_ = 0;
+    someip_json::LineTally tally_;
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 #ifndef ZQ_SOMEIP_CAPTURE_INTERNAL_H
 #define ZQ_SOMEIP_CAPTURE_INTERNAL_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -64,6 +65,12 @@ protected:
 // here, since libpcap neither says which interface a packet came from nor accepts interfaces of different
 // link types in one file. Null with `error` set when the file cannot be opened or is no capture.
 std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::string& error);
+// A live interface, frames handed over as they arrive; its next() gives 0 once `stop` is set.
+std::unique_ptr<FrameSource> openLiveSource(const std::string& interface, const std::string& filter,
+                                            const std::atomic<bool>& stop, std::string& error);
+// `source` passing on only the frames `filter` accepts. Null, with `error` set, when it does not compile.
+std::unique_ptr<FrameSource> filterFrames(std::unique_ptr<FrameSource> source, const std::string& filter,
+                                          std::string& error);
 
 // ---- Addresses ----
 

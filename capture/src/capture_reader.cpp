@@ -32,10 +32,18 @@ struct __attribute__((visibility("hidden"))) CaptureReader::Impl {
         someip.expire(true);
     }
 
+    // No further frame is to be read: stopped, or as many frames read as asked for.
+    bool enough() const
+    {
+        return stop.load(std::memory_order_relaxed) ||
+               (options.max_frames != 0 && status.stats.frames >= options.max_frames);
+    }
+
     const Options options;
-    const std::unique_ptr<detail::FrameSource> source;
+    std::unique_ptr<detail::FrameSource> source;  // set once; null only while a live reader is opened
     Status status;
     bool ended = false;
+    std::atomic<bool> stop{false};
 
     Context context;
     detail::SdLayer sd;
@@ -51,9 +59,21 @@ CaptureReader::~CaptureReader() = default;
 std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, const Options& options, std::string& error)
 {
     auto source = detail::openFrameSource(path, error);
+    if (source && !options.filter.empty()) source = detail::filterFrames(std::move(source), options.filter, error);
     if (!source) return nullptr;
     return std::unique_ptr<CaptureReader>(new CaptureReader(std::make_unique<Impl>(options, std::move(source))));
 }
+
+std::unique_ptr<CaptureReader> CaptureReader::openLive(const std::string& interface, const Options& options,
+                                                       std::string& error)
+{
+    auto impl = std::make_unique<Impl>(options, nullptr);
+    impl->source = detail::openLiveSource(interface, options.filter, impl->stop, error);
+    if (!impl->source) return nullptr;
+    return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(impl)));
+}
+
+void CaptureReader::stop() { impl_->stop.store(true, std::memory_order_relaxed); }
 
 bool CaptureReader::next(Message& out)
 {
@@ -63,7 +83,7 @@ bool CaptureReader::next(Message& out)
         i.context.clear();
         i.sd.clear();
         detail::Frame f;
-        const int r = i.source->next(f);
+        const int r = i.enough() ? 0 : i.source->next(f);
         if (r == 1) {
             i.frame(f);
             continue;
