@@ -266,7 +266,7 @@ LineOutcome CaptureLineWriter::appendPayload(const cap::Header& header, const ui
         }
         outcome.decoded = true;
         appendNames(out);
-    } else if (emptyErrorReply(m.header, m.payload_size)) {
+    } else if (emptyErrorReply(header, size)) {
         // The usual error reply on real networks: a return code and nothing else. Without an "error"
         // format that takes an empty payload, the line simply has no payload.
         outcome.decoded = true;
