@@ -3,6 +3,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,7 +108,9 @@ inline Frame cutFrame(Frame f, size_t drop)
 inline std::string tempPath(const std::string& name)
 {
     const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-    return testing::TempDir() + "capture_" + info->test_suite_name() + "_" + info->name() + "_" + name;
+    // The process ID keeps two runs of the suite on one machine (two checkouts, say) apart.
+    return testing::TempDir() + "capture_" + std::to_string(getpid()) + "_" + info->test_suite_name() + "_" +
+           info->name() + "_" + name;
 }
 inline void writeFile(const std::string& path, const Bytes& b)
 {
