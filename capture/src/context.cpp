@@ -144,7 +144,7 @@ void Context::hold(Message& m)
     held_.insert(it, std::move(h));
 }
 
-void Context::settle(uint64_t horizon)
+void Context::reorder(uint64_t horizon)
 {
     // Nothing waits and nothing could come before these records: they go out as they are, uncopied.
     if (held_.empty() && inOrderUpTo(horizon)) return;
@@ -158,12 +158,8 @@ void Context::settle(uint64_t horizon)
     }
 }
 
-bool Context::take(Message& out)
+bool Context::takeHeld(Message& out)
 {
-    if (head_ < count_) {
-        out = queue_[head_++];
-        return true;
-    }
     if (front_out_) {
         held_.pop_front();
         front_out_ = false;

@@ -82,9 +82,18 @@ public:
     // The frame's records are all produced; kept state could still produce records for frames from
     // `horizon` on (UINT64_MAX: none). Records up to the horizon are handed out in frame order, the others
     // wait (copied) until it moves past them or a reorder bound makes the oldest go anyway.
-    void settle(uint64_t horizon);
+    void settle(uint64_t horizon)
+    {
+        if (held_.empty() && (count_ == 0 || (count_ == 1 && queue_[0].frame <= horizon))) return;  // the usual case
+        reorder(horizon);
+    }
     // The records handed out, one by one.
-    bool take(Message& out);
+    bool take(Message& out)
+    {
+        if (head_ == count_) return (front_out_ || ready_ > 0) && takeHeld(out);
+        out = queue_[head_++];
+        return true;
+    }
     void clear() { count_ = head_ = buffers_used_ = 0; }
 
 private:
@@ -95,7 +104,9 @@ private:
         std::unique_ptr<SdMessage> sd;
     };
     bool inOrderUpTo(uint64_t horizon) const;
+    void reorder(uint64_t horizon);
     void hold(Message& m);
+    bool takeHeld(Message& out);
 
     Status& status_;
     Frame frame_;
