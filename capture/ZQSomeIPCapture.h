@@ -101,8 +101,12 @@ struct SdMessage;
 
 // One yielded record: a SOME/IP message, or an error with as much context as is known.
 struct Message {
-    uint64_t frame = 0;            // 1-based number of the frame that completed the message or showed the error;
-                                   // for losses found when the capture ends, the last frame that contributed
+    uint64_t frame = 0;            // 1-based number of the frame that carried the message's last byte (on TCP,
+                                   // bytes held behind a hole keep their own frame, not the one that released
+                                   // them) or showed the error. Missing IP fragments and TP segments: the frame
+                                   // of the first piece held. tcp-gap: the frame that declared the hole (see
+                                   // Limits::tcp_hole_timeout_ns). TCP losses found when the capture ends: the
+                                   // stream's last frame
     int64_t seconds = 0;           // capture time of that frame
     uint32_t nanoseconds = 0;
     uint8_t time_digits = 6;       // decimal places the file records (6: microseconds, 9: nanoseconds)
@@ -140,6 +144,10 @@ struct Limits {
     uint32_t tcp_streams = 4096;
     uint32_t tcp_window = 1u << 20;
     uint64_t tcp_bytes = 64u << 20;   // all stream buffers together
+    // A hole in a stream (bytes never captured while later ones were) is declared lost as soon as the peer
+    // acknowledges bytes at or beyond it (they were delivered, the capture missed them), or at the latest
+    // this long (capture time) after the first byte held behind it arrived.
+    uint64_t tcp_hole_timeout_ns = 1000000000ull;
     // The largest SOME/IP message accepted from a TCP stream or TP reassembly: a bigger length on TCP is
     // not a plausible header, a bigger TP message is not reassembled.
     uint32_t max_message = 16u << 20;
@@ -148,6 +156,12 @@ struct Limits {
     uint64_t tp_bytes = 16u << 20;
     uint32_t tp_pieces = 1024;
     uint64_t tp_timeout_ns = 5000000000ull;
+    // Records are yielded in frame order. While kept state (bytes held behind a TCP hole, a partial IP
+    // datagram, a partial TP message) could still yield a record for an earlier frame, the records of later
+    // frames wait, copied. Past these bounds the oldest waiting records are yielded anyway, and a record for
+    // an earlier frame may then follow them (counted in Statistics::out_of_order).
+    uint32_t reorder_records = 65536;
+    uint64_t reorder_bytes = 64u << 20;   // their payloads
 };
 
 struct Options {
@@ -174,6 +188,7 @@ struct Statistics {
     uint64_t magic_cookies = 0;
     uint64_t duplicates = 0;       // retransmitted TCP segments, repeated fragments and TP segments, ignored
     uint64_t errors = 0;           // error records yielded
+    uint64_t out_of_order = 0;     // records yielded ahead of their turn to stay within Limits::reorder_*
     std::array<uint64_t, kErrorCodeCount> errors_by_code{};
 };
 
@@ -202,6 +217,9 @@ public:
     // the capture (incomplete reassemblies reported first), or where the file is damaged, after everything
     // before the damage was yielded (status().failed then says so). `out.payload` and `out.sd` stay valid
     // until the next call.
+    // Records come in frame order (Message::frame; records of one frame in the order they were found),
+    // except past the reorder bounds (Limits::reorder_records) and for TCP streams still open when the
+    // capture ends: what those still held is reported last, with the stream's last frame.
     bool next(Message& out);
 
     // Ends the reading: no frame after the one being read is taken, what is kept is reported, then next()

@@ -57,9 +57,9 @@ inline Bytes udp(uint16_t sp, uint16_t dp, const Bytes& p, int length_skew = 0)
 {
     return be(sp, 2) + be(dp, 2) + be(8 + p.size() + length_skew, 2) + be(0, 2) + p;
 }
-inline Bytes tcp(uint16_t sp, uint16_t dp, uint32_t seq, uint8_t flags, const Bytes& p)
+inline Bytes tcp(uint16_t sp, uint16_t dp, uint32_t seq, uint8_t flags, const Bytes& p, uint32_t ack = 0)
 {
-    return be(sp, 2) + be(dp, 2) + be(seq, 4) + be(0, 4) + Bytes{0x50, flags, 0xFF, 0xFF, 0, 0, 0, 0} + p;
+    return be(sp, 2) + be(dp, 2) + be(seq, 4) + be(ack, 4) + Bytes{0x50, flags, 0xFF, 0xFF, 0, 0, 0, 0} + p;
 }
 inline Bytes addr(int family, const char* text)
 {

@@ -83,6 +83,8 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
     Limits few_bytes, one_piece;
     few_bytes.tp_bytes = 24;  // one 16-byte segment fits, two do not
     one_piece.tp_pieces = 1;  // a message held as one byte range at most
+    Limits waiting;  // one record may wait for an unfinished message
+    waiting.reorder_records = 1;
     const std::string whole = payloadText(kWhole);
     const Bytes other = tpSegment(0x12348001, 1, 0, true, pattern(32, 9));
     const std::vector<TpCase> cases = {
@@ -94,9 +96,14 @@ TEST(CaptureMessages, TpSegmentsAreReassembled)
                                                  datagram(piece(32, false))}, {"#3 1234.8001 t02 s1 " + whole + " tp3"}},
         {"two sessions interleaved", {datagram(piece(0, true, 1)), datagram(piece(0, true, 2)), datagram(piece(16, false, 1)), datagram(piece(16, false, 2))},
          {"#3 1234.8001 t02 s1 " + payloadText(slice(kWhole, 0, 32)) + " tp2", "#4 1234.8001 t02 s2 " + payloadText(slice(kWhole, 0, 32)) + " tp2"}},
-        {"gap until the capture ends", {datagram(piece(0, true)), datagram(piece(32, false))}, {"#2 !tp-missing-segments@16"}},
+        // An unfinished message is reported at its first segment's frame, in frame order.
+        {"gap until the capture ends", {datagram(piece(0, true)), datagram(piece(32, false))}, {"#1 !tp-missing-segments@16"}},
         {"gap until the timeout", {datagram(piece(0, true)), datagram(piece(32, false), 1000000), datagram(kA, 6000000)},
-         {"#3 !tp-missing-segments@16", "#3 1234.8001 t02 s1 a1"}},
+         {"#1 !tp-missing-segments@16", "#3 1234.8001 t02 s1 a1"}},
+        {"unfinished, reported before later messages", {datagram(piece(0, true)), datagram(kA), datagram(piece(32, false))},
+         {"#1 !tp-missing-segments@16", "#2 1234.8001 t02 s1 a1"}},
+        {"waiting records bounded: the oldest goes first", {datagram(piece(0, true)), datagram(kA), datagram(kA)},
+         {"#2 1234.8001 t02 s1 a1", "#1 !tp-missing-segments@16", "#3 1234.8001 t02 s1 a1"}, waiting},
         {"overlap with other bytes", {datagram(piece(0, true)), datagram(other)}, {"#2 !tp-overlap@0"}},
         {"inner segment not 16-aligned", {datagram(tpSegment(0x12348001, 1, 0, true, pattern(20)))}, {"#1 !tp-invalid@0"}},
         {"segments disagree on the end", {datagram(piece(32, false)), datagram(tpSegment(0x12348001, 1, 48, false, pattern(16)))}, {"#2 !tp-overlap@48"}},

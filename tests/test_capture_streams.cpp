@@ -50,8 +50,11 @@ TEST(CaptureStreams, FragmentsAreReassembled)
         {"ipv6, out of order", {v6(24, 48), v6(0, 24), v6(48, 64)}, {"#3 " + kWhole}},
         {"same range, other bytes", {v4(0, 24), v4(0, 24, 7, 0, pattern(64, 5))}, {"#2 !ip-fragment-overlap@0"}},
         {"partial overlap", {v4(0, 24), v4(16, 32)}, {"#2 !ip-fragment-overlap@16"}},
-        {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#2 !ip-fragments-missing@24"}},
-        {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#2 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
+        // Missing fragments are reported at the frame of the datagram's first one, in frame order.
+        {"missing until the capture ends", {v4(0, 24), v4(48, 64)}, {"#1 !ip-fragments-missing@24"}},
+        {"missing, reported before later datagrams", {v4(0, 24), v4(0, 24, 8), v4(24, 48, 8), v4(48, 64, 8)},
+         {"#1 !ip-fragments-missing@24", "#4 " + kWhole}},
+        {"missing until the timeout", {v4(0, 24), v4(24, 48, 7, 31000000)}, {"#1 !ip-fragments-missing@24", "#2 !ip-fragments-missing@0"}},
         {"inner fragment not a multiple of 8", {v4(0, 20)}, {"#1 !ip-fragment-invalid@34"}},
         {"fragment cut by the snaplen", {cutFrame(v4(0, 24), 8)}, {"#1 !frame-cut@34 771a7725004000001234800100000030"}},
         {"datagrams in flight limited", {v4(0, 24, 1), v4(0, 24, 2), v4(24, 48, 2), v4(48, 64, 2)},
@@ -83,6 +86,14 @@ Frame seg(uint32_t from, uint32_t to, uint8_t flags = kAck, const Bytes& data = 
 }
 const Frame kSynFrame = {eth(0x0800, ipv4(tcp(40000, 30490, 1000, kSyn, {}), V4{6}))};
 const Frame kOtherSyn = {eth(0x0800, ipv4(tcp(40001, 30490, 1000, kSyn, {}), V4{6}))};
+// The receiver's acknowledgement of the stream's bytes up to `upto`, at time `ts` (microseconds).
+Frame ackOf(uint32_t upto, uint64_t ts = 0)
+{
+    V4 back{6};
+    back.src = "10.0.0.2";
+    back.dst = "10.0.0.1";
+    return {eth(0x0800, ipv4(tcp(30490, 40000, 5001, kAck, {}, 1001 + upto), back)), ts};
+}
 std::string line(int frame, int which)
 {
     const char* const text[] = {"1234.8001 t02 s1 a1", "1234.8002 t02 s2 b1b2", nullptr};
@@ -101,7 +112,14 @@ TEST(CaptureStreams, TcpStreamsAreReassembled)
     const std::vector<StreamCase> cases = {
         {"split across segments", {kSynFrame, seg(0, 10), seg(10, 50), seg(50, 81)}, {line(3, 0), line(3, 1), line(4, 2)}},
         {"packed in one segment", {kSynFrame, seg(0, 81)}, {line(2, 0), line(2, 1), line(2, 2)}},
-        {"reverse order", {kSynFrame, seg(50, 81), seg(20, 50), seg(0, 20)}, {line(4, 0), line(4, 1), line(4, 2)}},
+        // Each message carries the frame of its last byte; lines come in frame order.
+        {"reverse order", {kSynFrame, seg(50, 81), seg(20, 50), seg(0, 20)}, {line(2, 2), line(3, 1), line(4, 0)}},
+        // A hole (B's end lost) is declared once acknowledged, or after Limits::tcp_hole_timeout_ns (an
+        // acknowledgement short of it declares nothing); C keeps its own frame.
+        {"hole declared by the peer's acknowledgement", {kSynFrame, seg(0, 20), seg(35, 60), seg(60, 81), ackOf(81)},
+         {line(2, 0), line(4, 2), "#5 !tcp-gap@20"}},
+        {"hole declared at the timeout", {kSynFrame, seg(0, 20), seg(35, 60), seg(60, 81), ackOf(20, 500000), ackOf(20, 1500000)},
+         {line(2, 0), line(4, 2), "#6 !tcp-gap@20"}},
         {"segment cut by the snaplen", {kSynFrame, cutFrame(seg(0, 81), 20)}, {line(2, 0), line(2, 1), "#2 !frame-cut@61"}},
         {"retransmitted", {kSynFrame, seg(0, 50), seg(0, 50), seg(50, 81)}, {line(2, 0), line(2, 1), line(4, 2)}},
         {"overlapping retransmission", {kSynFrame, seg(0, 30), seg(20, 81)}, {line(2, 0), line(3, 1), line(3, 2)}},

@@ -9,7 +9,7 @@ using detail::Context;
 
 struct __attribute__((visibility("hidden"))) CaptureReader::Impl {
     Impl(const Options& o, std::unique_ptr<detail::FrameSource> s)
-        : options(o), source(std::move(s)), context(status), sd(context), someip(context, sd, options),
+        : options(o), source(std::move(s)), context(status, options.limits), sd(context), someip(context, sd, options),
           transport(context, someip, options), ip(context, transport, options.limits), link(context, ip)
     {
     }
@@ -18,10 +18,12 @@ struct __attribute__((visibility("hidden"))) CaptureReader::Impl {
     {
         if (context.startFrame(f)) {
             ip.expire(false);
+            transport.expire();
             someip.expire(false);
-            context.setExpiry(std::min(ip.nextExpiry(), someip.nextExpiry()));
+            context.setExpiry(std::min({ip.nextExpiry(), transport.nextExpiry(), someip.nextExpiry()}));
         }
         link.frame(f);
+        context.settle(std::min({ip.pendingFrame(), transport.pendingFrame(), someip.pendingFrame()}));
     }
 
     // The capture has ended: whatever is still kept is reported, lowest layer first.
@@ -30,6 +32,7 @@ struct __attribute__((visibility("hidden"))) CaptureReader::Impl {
         ip.expire(true);
         transport.flush();
         someip.expire(true);
+        context.settle(UINT64_MAX);
     }
 
     // No further frame is to be read: stopped, or as many frames read as asked for.

@@ -60,9 +60,13 @@ Origin Context::here(Transport t, const Endpoint& source, const Endpoint& destin
     return Origin{frame_.number, frame_.seconds, frame_.nanoseconds, frame_.time_digits, t, &source, &destination};
 }
 
-Origin Context::stored(const Seen& s, Transport t, const Endpoint& source, const Endpoint& destination, bool at_end) const
+Seen Context::seenAt(const Origin& o) const
 {
-    if (!at_end) return here(t, source, destination);
+    return Seen{o.frame, o.seconds, o.nanoseconds, o.digits, toNs(o.seconds, o.nanoseconds), 0};
+}
+
+Origin Context::at(const Seen& s, Transport t, const Endpoint& source, const Endpoint& destination) const
+{
     return Origin{s.frame, s.seconds, s.nanoseconds, s.digits, t, &source, &destination};
 }
 
@@ -117,10 +121,55 @@ std::vector<uint8_t>& Context::buffer()
     return b;
 }
 
-bool Context::take(Message& out)
+bool Context::inOrderUpTo(uint64_t horizon) const
 {
-    if (head_ == count_) return false;
-    out = queue_[head_++];
+    for (size_t i = 0; i < count_; ++i)
+        if (queue_[i].frame > horizon || (i > 0 && queue_[i].frame < queue_[i - 1].frame)) return false;
+    return true;
+}
+
+void Context::hold(Message& m)
+{
+    static const uint8_t nothing = 0;
+    Held h;
+    h.payload.assign(m.payload, m.payload + m.payload_size);
+    if (m.sd) h.sd = std::make_unique<SdMessage>(*m.sd);
+    h.m = std::move(m);
+    // The copy's bytes do not move with the record; an empty payload keeps a pointer when it had one.
+    if (h.m.payload) h.m.payload = h.payload.empty() ? &nothing : h.payload.data();
+    held_bytes_ += h.payload.size();
+    // After every record of the same frame or earlier: records of one frame keep the order they came in.
+    const auto it = std::upper_bound(held_.begin() + static_cast<std::ptrdiff_t>(ready_), held_.end(), h.m.frame,
+                                     [](uint64_t f, const Held& x) { return f < x.m.frame; });
+    held_.insert(it, std::move(h));
+}
+
+void Context::reorder(uint64_t horizon)
+{
+    // Nothing waits and nothing could come before these records: they go out as they are, uncopied.
+    if (held_.empty() && inOrderUpTo(horizon)) return;
+    for (size_t i = head_; i < count_; ++i) hold(queue_[i]);
+    head_ = count_ = 0;
+    // The bounds are on what waits: a record counts until it is ready to go.
+    for (; ready_ < held_.size() && held_[ready_].m.frame <= horizon; ++ready_) held_bytes_ -= held_[ready_].payload.size();
+    for (; ready_ < held_.size() && (held_.size() - ready_ > max_held_ || held_bytes_ > max_held_bytes_); ++ready_) {
+        held_bytes_ -= held_[ready_].payload.size();
+        ++status_.stats.out_of_order;
+    }
+}
+
+bool Context::takeHeld(Message& out)
+{
+    if (front_out_) {
+        held_.pop_front();
+        front_out_ = false;
+    }
+    if (ready_ == 0) return false;
+    --ready_;
+    const Held& h = held_.front();
+    out = h.m;
+    out.sd = h.sd.get();
+    front_out_ = true;
     return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <deque>
 
 #include "capture_internal.h"
 
@@ -38,7 +39,10 @@ struct Seen {
 
 class Context {
 public:
-    explicit Context(Status& status) : status_(status) {}
+    Context(Status& status, const Limits& limits)
+        : status_(status), max_held_(limits.reorder_records), max_held_bytes_(limits.reorder_bytes)
+    {
+    }
 
     // ---- the frame and the clock ----
     // Takes the next frame; true when kept state is due to time out.
@@ -59,11 +63,12 @@ public:
     void expiresAt(int64_t at) { next_expiry_ = std::min(next_expiry_, at); }
     void setExpiry(int64_t at) { next_expiry_ = at; }
 
+    // The frame and time of `o`, for state kept from it.
+    Seen seenAt(const Origin& o) const;
     // Records about the current frame.
     Origin here(Transport t, const Endpoint& source, const Endpoint& destination) const;
-    // Records about kept state carry the frame being processed; at the end of the capture (at_end), the
-    // last frame that contributed to the state.
-    Origin stored(const Seen& s, Transport t, const Endpoint& source, const Endpoint& destination, bool at_end) const;
+    // Records about kept state, carrying the frame `s` names.
+    Origin at(const Seen& s, Transport t, const Endpoint& source, const Endpoint& destination) const;
 
     // ---- the records ----
     Statistics& stats() { return status_.stats; }
@@ -74,11 +79,35 @@ public:
     // A payload copy that lives as long as the frame's records.
     std::vector<uint8_t>& buffer();
 
-    // The frame's records, handed out one by one.
-    bool take(Message& out);
+    // The frame's records are all produced; kept state could still produce records for frames from
+    // `horizon` on (UINT64_MAX: none). Records up to the horizon are handed out in frame order, the others
+    // wait (copied) until it moves past them or a reorder bound makes the oldest go anyway.
+    void settle(uint64_t horizon)
+    {
+        if (held_.empty() && (count_ == 0 || (count_ == 1 && queue_[0].frame <= horizon))) return;  // the usual case
+        reorder(horizon);
+    }
+    // The records handed out, one by one.
+    bool take(Message& out)
+    {
+        if (head_ == count_) return (front_out_ || ready_ > 0) && takeHeld(out);
+        out = queue_[head_++];
+        return true;
+    }
     void clear() { count_ = head_ = buffers_used_ = 0; }
 
 private:
+    // A record waiting for its turn, with copies of what it points to.
+    struct Held {
+        Message m;
+        std::vector<uint8_t> payload;
+        std::unique_ptr<SdMessage> sd;
+    };
+    bool inOrderUpTo(uint64_t horizon) const;
+    void reorder(uint64_t horizon);
+    void hold(Message& m);
+    bool takeHeld(Message& out);
+
     Status& status_;
     Frame frame_;
     int64_t now_ns_ = INT64_MIN;  // the latest capture time seen
@@ -89,6 +118,12 @@ private:
     size_t count_ = 0, head_ = 0;
     std::vector<std::vector<uint8_t>> buffers_;
     size_t buffers_used_ = 0;
+
+    std::deque<Held> held_;   // in frame order; the first ready_ go out
+    size_t ready_ = 0;
+    bool front_out_ = false;  // held_.front() was handed out and goes with the next take()
+    uint64_t held_bytes_ = 0;
+    const uint64_t max_held_, max_held_bytes_;
 };
 
 }  // namespace detail

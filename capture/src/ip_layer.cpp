@@ -191,18 +191,18 @@ void IpLayer::fragment(const IpPayload& p, uint32_t id, uint32_t offset, bool mo
         whole.proto = e.meta.proto;
         whole.captured = whole.declared = e.pieces.end();
     };
-    if (!fragments_.add(key, Piece{offset, p.data, p.declared, !more}, start, added, complete)) return;
+    if (!fragments_.add(key, Piece{offset, p.data, p.declared, !more}, context_.seen(), start, added, complete)) return;
     whole.data = datagram_.data();
     if (p.family == 4) transport_.packet(whole);
     else ipv6Chain(whole, true);
 }
 
-void IpLayer::dropped(const Reassembly<FragmentMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, bool at_end)
+void IpLayer::dropped(const Reassembly<FragmentMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, const Seen& at)
 {
     setEndpoint(source_, e.meta.family, e.meta.source, 0, false);
     setEndpoint(destination_, e.meta.family, e.meta.destination, 0, false);
-    context_.error(context_.stored(e.last, e.meta.proto == kProtoTcp ? Transport::Tcp : Transport::Udp, source_, destination_, at_end),
-                   code, offset, std::move(why));
+    context_.error(context_.at(at, e.meta.proto == kProtoTcp ? Transport::Tcp : Transport::Udp, source_, destination_), code,
+                   offset, std::move(why));
 }
 
 }  // namespace detail

@@ -62,6 +62,8 @@ public:
     void message(const Origin& o, const uint8_t* h, uint64_t total, bool copy);
     void expire(bool at_end) { tp_.expire(at_end); }
     int64_t nextExpiry() const { return tp_.nextExpiry(); }
+    // The earliest frame a partial TP message could still be reported at (UINT64_MAX: none).
+    uint64_t pendingFrame() const { return tp_.pendingFrame(); }
 
     // TCP streams: the transport layer hands over each direction's bytes in order; `o` says where the
     // records about the stream come from. A stream is picked up at the start of a connection (at_start),
@@ -82,7 +84,7 @@ private:
     size_t cutRun(StreamCut& c, const Origin& o, const uint8_t* d, size_t n, bool copy, uint64_t at);
     void tpSegment(const Origin& o, const uint8_t* h, uint64_t total);
     void tpComplete(const Origin& o, Reassembly<TpMeta>::Entry& e);
-    void dropped(const Reassembly<TpMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, bool at_end) override;
+    void dropped(const Reassembly<TpMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, const Seen& at) override;
 
     Context& context_;
     SdLayer& sd_;
@@ -118,6 +120,7 @@ struct TcpStream {
     struct Segment {
         uint32_t seq;
         std::vector<uint8_t> data;
+        Seen seen;               // the frame that carried it: the messages it ends carry that frame
     };
     std::vector<Segment> early;  // segments ahead of next_seq
     size_t early_bytes = 0;
@@ -131,6 +134,11 @@ class TransportLayer final {
 public:
     TransportLayer(Context& context, SomeIpLayer& someip, const Options& options);
     void packet(const IpPayload& p);
+    // Declares the holes held too long (Limits::tcp_hole_timeout_ns) lost.
+    void expire();
+    int64_t nextExpiry() const;
+    // The earliest frame bytes held behind a hole came in (UINT64_MAX: none): messages they end carry it.
+    uint64_t pendingFrame() const { return early_frames_.empty() ? UINT64_MAX : *early_frames_.begin(); }
     // The capture has ended: what the streams still hold is reported.
     void flush();
 
@@ -141,12 +149,16 @@ private:
     }
     void tcpSegment(const IpPayload& p);
     TcpStream* stream(const IpPayload& p, bool starts);
+    void acknowledged(const IpPayload& p, uint32_t ack);
     uint32_t synchronize(TcpStream& s, uint32_t seq);
     void streamData(TcpStream& s, uint32_t seq, const uint8_t* d, uint32_t n);
     bool holdEarly(TcpStream& s, uint32_t seq, const uint8_t* d, uint32_t n);
-    void deliver(TcpStream& s, const uint8_t* d, size_t n, bool stable);
+    void deliver(TcpStream& s, const Origin& o, const uint8_t* d, size_t n, bool stable);
     void drainEarly(TcpStream& s);
-    void gap(TcpStream& s, uint32_t to_seq, ErrorCode code, const std::string& why);
+    void dropEarly(TcpStream& s);
+    void gap(TcpStream& s, const Origin& o, uint32_t to_seq, ErrorCode code, const std::string& why);
+    void holeLost(TcpStream& s, uint32_t to_seq, const char* why);
+    void closeIfDone(TcpStream& s);
     void finishStream(TcpStream& s, ErrorCode code, const char* why);
     void account(TcpStream& s);
     bool evictStream(const TcpStream* keep, const char* why, bool holding_only);
@@ -161,6 +173,7 @@ private:
     Endpoint source_, destination_;  // the current packet's, formatted once per flow change
     std::unordered_map<Key, TcpStream, KeyHash> streams_;
     uint64_t stream_bytes_ = 0;
+    std::multiset<uint64_t> early_frames_;  // the frames of every stream's held segments
 };
 
 // ---- IPv4, IPv6 ----
@@ -179,6 +192,8 @@ public:
     void ipv6(const uint8_t* p, uint32_t n, uint64_t at);
     void expire(bool at_end) { fragments_.expire(at_end); }
     int64_t nextExpiry() const { return fragments_.nextExpiry(); }
+    // The earliest frame a partial datagram could still be reported at (UINT64_MAX: none).
+    uint64_t pendingFrame() const { return fragments_.pendingFrame(); }
 
 private:
     // The IPv6 header chain at p.data, starting with the header p.proto names. reassembled: p.data is a
@@ -189,7 +204,7 @@ private:
     const char* fragmentRefused(const IpPayload& p, uint32_t offset, bool more) const;
     Origin origin(uint8_t family, const uint8_t* source, const uint8_t* destination, uint8_t proto);
     void dropped(const Reassembly<FragmentMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why,
-                 bool at_end) override;
+                 const Seen& at) override;
 
     Context& context_;
     TransportLayer& transport_;

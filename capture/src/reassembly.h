@@ -4,6 +4,7 @@
 #define ZQ_SOMEIP_CAPTURE_REASSEMBLY_H
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 
 #include "context.h"
@@ -78,12 +79,12 @@ public:
     struct Entry {
         PieceSet pieces;
         Meta meta;
-        Seen first, last;
+        Seen first;  // the first piece's frame
     };
     class Owner {
     public:
-        // Writes the error record for `e`, which is dropped; at_end: the capture has ended.
-        virtual void dropped(const Entry& e, ErrorCode code, uint64_t offset, std::string why, bool at_end) = 0;
+        // Writes the error record for `e`, which is dropped, carrying the frame `at`.
+        virtual void dropped(const Entry& e, ErrorCode code, uint64_t offset, std::string why, const Seen& at) = 0;
 
     protected:
         ~Owner() = default;
@@ -96,23 +97,21 @@ public:
     {
         auto it = map_.find(key);
         if (it == map_.end()) return;
-        bytes_ -= it->second.pieces.held();
-        map_.erase(it);
+        forget(it);
     }
 
-    // Adds a piece to the whole of `key`. start(meta) describes a whole seen for the first time;
-    // added(entry) follows every piece taken; complete(entry) receives a finished whole, which is then
-    // forgotten. True when the whole was completed.
+    // Adds a piece, which arrived in the frame `at`, to the whole of `key`. start(meta) describes a whole
+    // seen for the first time; added(entry) follows every piece taken; complete(entry) receives a finished
+    // whole, which is then forgotten. True when the whole was completed.
     template <typename Start, typename Added, typename Complete>
-    bool add(const Key& key, const Piece& piece, Start start, Added added, Complete complete)
+    bool add(const Key& key, const Piece& piece, const Seen& at, Start start, Added added, Complete complete)
     {
         auto it = map_.find(key);
         if (it == map_.end()) {
-            it = open(key);
+            it = open(key, at);
             start(it->second.meta);
         }
         Entry& e = it->second;
-        e.last = context_.seen();
         const size_t before = e.pieces.held();
         const PieceSet::Add result = e.pieces.add(piece.offset, piece.data, piece.size, piece.last, rules_.max_pieces);
         if (result == PieceSet::Add::Duplicate) {
@@ -127,9 +126,8 @@ public:
         added(e);
         bytes_ += e.pieces.held() - before;
         if (e.pieces.complete()) {
-            bytes_ -= e.pieces.held();
             complete(e);
-            map_.erase(it);
+            forget(it);
             return true;
         }
         while (bytes_ > rules_.max_bytes && !map_.empty()) dropOldest(tooManyBytes(rules_));
@@ -143,8 +141,13 @@ public:
         for (auto it = map_.begin(); it != map_.end(); ++it)
             if (at_end || saturatingAdd(it->second.first.ns, rules_.timeout_ns) <= context_.now()) gone.push_back(it);
         std::sort(gone.begin(), gone.end(), [](const auto& a, const auto& b) { return a->second.first.order < b->second.first.order; });
-        for (auto it : gone) drop(it, rules_.missing, it->second.pieces.firstMissing(), wholeMissing(rules_, it->second.pieces, at_end), at_end);
+        // Reported at the frame of the first piece: where the whole began to be missed.
+        for (auto it : gone)
+            drop(it, rules_.missing, it->second.pieces.firstMissing(), wholeMissing(rules_, it->second.pieces, at_end), &it->second.first);
     }
+
+    // The earliest frame a kept whole could still be reported at; UINT64_MAX when there is none.
+    uint64_t pendingFrame() const { return frames_.empty() ? UINT64_MAX : *frames_.begin(); }
 
     // When the earliest whole times out; INT64_MAX when there is none.
     int64_t nextExpiry() const
@@ -158,11 +161,13 @@ private:
     using Map = std::unordered_map<Key, Entry, KeyHash>;
     using Iterator = typename Map::iterator;
 
-    Iterator open(const Key& key)
+    Iterator open(const Key& key, const Seen& at)
     {
         if (map_.size() >= rules_.max_wholes && !map_.empty()) dropOldest(tooManyWholes(rules_));
         const Iterator it = map_.emplace(key, Entry{}).first;
-        it->second.first = context_.created();
+        it->second.first = at;
+        it->second.first.order = context_.created().order;
+        frames_.insert(at.frame);
         context_.expiresAt(saturatingAdd(it->second.first.ns, rules_.timeout_ns));
         return it;
     }
@@ -174,10 +179,17 @@ private:
         drop(oldest, ErrorCode::ReassemblyLimit, oldest->second.pieces.firstMissing(), std::move(why));
     }
 
-    void drop(Iterator it, ErrorCode code, uint64_t offset, std::string why, bool at_end = false)
+    // Reported at `at`, or at the frame being read.
+    void drop(Iterator it, ErrorCode code, uint64_t offset, std::string why, const Seen* at = nullptr)
     {
-        owner_.dropped(it->second, code, offset, std::move(why), at_end);
+        owner_.dropped(it->second, code, offset, std::move(why), at ? *at : context_.seen());
+        forget(it);
+    }
+
+    void forget(Iterator it)
+    {
         bytes_ -= it->second.pieces.held();
+        frames_.erase(frames_.find(it->second.first.frame));
         map_.erase(it);
     }
 
@@ -185,6 +197,7 @@ private:
     Owner& owner_;
     const ReassemblyRules rules_;
     Map map_;
+    std::multiset<uint64_t> frames_;  // the wholes' first frames
     uint64_t bytes_ = 0;
 };
 

@@ -333,7 +333,7 @@ void SomeIpLayer::tpSegment(const Origin& o, const uint8_t* h, uint64_t total)
         ++context_.stats().tp_segments;
         if (offset == 0) std::memcpy(e.meta.header, h, kHeaderSize);
     };
-    tp_.add(key, Piece{offset, h + kHeaderSize + kTpHeaderSize, size, !more}, start, added,
+    tp_.add(key, Piece{offset, h + kHeaderSize + kTpHeaderSize, size, !more}, context_.seenAt(o), start, added,
             [&](Reassembly<TpMeta>::Entry& e) { tpComplete(o, e); });
 }
 
@@ -354,10 +354,10 @@ void SomeIpLayer::tpComplete(const Origin& o, Reassembly<TpMeta>::Entry& e)
     sd_.attach(m);
 }
 
-void SomeIpLayer::dropped(const Reassembly<TpMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, bool at_end)
+void SomeIpLayer::dropped(const Reassembly<TpMeta>::Entry& e, ErrorCode code, uint64_t offset, std::string why, const Seen& at)
 {
-    context_.headerError(context_.stored(e.last, e.meta.transport, e.meta.source, e.meta.destination, at_end), code, offset,
-                         std::move(why), e.meta.header);
+    context_.headerError(context_.at(at, e.meta.transport, e.meta.source, e.meta.destination), code, offset, std::move(why),
+                         e.meta.header);
 }
 
 }  // namespace detail

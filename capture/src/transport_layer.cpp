@@ -10,8 +10,8 @@ namespace {
 // UDP header: ports, length, checksum.
 constexpr uint32_t kUdpHeader = 8, kUdpLengthAt = 4;
 // TCP header (without options): ports, sequence number, ..., the header length and the flags.
-constexpr uint32_t kTcpHeader = 20, kTcpSeqAt = 4, kTcpHeaderLengthAt = 12, kTcpFlagsAt = 13;
-enum : uint8_t { kFin = 0x01, kSyn = 0x02, kRst = 0x04 };
+constexpr uint32_t kTcpHeader = 20, kTcpSeqAt = 4, kTcpAckAt = 8, kTcpHeaderLengthAt = 12, kTcpFlagsAt = 13;
+enum : uint8_t { kFin = 0x01, kSyn = 0x02, kRst = 0x04, kAck = 0x10 };
 
 // Out-of-order segments held per stream direction: each is searched when the stream advances.
 constexpr size_t kMaxEarlySegments = 256;
@@ -28,6 +28,17 @@ uint32_t earliest(const TcpStream& s, uint32_t from)
     for (const auto& g : s.early)
         if (static_cast<int32_t>(g.seq - from) < 0) from = g.seq;
     return from;
+}
+
+// The key of the stream from `source`:`ports[0..1]` to `destination`:`ports[2..3]`.
+Key streamKey(uint8_t family, const uint8_t* source, const uint8_t* destination, const uint8_t* source_port,
+              const uint8_t* destination_port)
+{
+    Key key = addressKey(source, destination, addressSize(family));
+    keyPut(key, 0, &family, 1);
+    keyPut(key, 2, source_port, 2);
+    keyPut(key, 4, destination_port, 2);
+    return key;
 }
 
 }  // namespace
@@ -74,7 +85,7 @@ void TransportLayer::packet(const IpPayload& p)
 
 Origin TransportLayer::streamOrigin(const TcpStream& s) const
 {
-    return context_.stored(s.last, Transport::Tcp, s.source, s.destination, true);
+    return context_.at(s.last, Transport::Tcp, s.source, s.destination);
 }
 
 void TransportLayer::tcpSegment(const IpPayload& p)
@@ -83,6 +94,7 @@ void TransportLayer::tcpSegment(const IpPayload& p)
     const uint8_t flags = p.data[kTcpFlagsAt];
     const uint32_t length = p.declared - doff;
     const uint32_t have = p.captured > doff ? p.captured - doff : 0;
+    if ((flags & kAck) && !early_frames_.empty()) acknowledged(p, be32(p.data + kTcpAckAt));
     TcpStream* found = stream(p, length != 0 || (flags & kSyn));
     if (!found) return;
     TcpStream& s = *found;
@@ -104,25 +116,75 @@ void TransportLayer::tcpSegment(const IpPayload& p)
         s.next_seq = seq;
     }
     if (have > 0) streamData(s, seq, p.data + doff, have);
-    if (have < length && seq + have == s.next_seq) gap(s, seq + length, ErrorCode::FrameCut, "cut by the snaplen");
+    if (have < length && seq + have == s.next_seq)
+        gap(s, streamOrigin(s), seq + length, ErrorCode::FrameCut, "cut by the snaplen");
     if (length == 0 && !(flags & (kSyn | kFin))) ++context_.stats().skipped_frames;
     if (flags & kFin) {
         s.fin = true;
         s.fin_seq = seq + length;
     }
-    if (s.fin && s.next_seq == s.fin_seq && s.early.empty()) {
-        finishStream(s, ErrorCode::TcpIncomplete, "the connection was closed");
-        someip_.streamStop(s.cut);
-    }
+    closeIfDone(s);
     account(s);
     enforceStreamBudget(&s);
 }
 
+void TransportLayer::closeIfDone(TcpStream& s)
+{
+    if (s.fin && s.next_seq == s.fin_seq && s.early.empty()) {
+        finishStream(s, ErrorCode::TcpIncomplete, "the connection was closed");
+        someip_.streamStop(s.cut);
+    }
+}
+
+// The peer acknowledges the other direction's bytes up to `ack`: those of them never captured were sent
+// and will not come again, so the hole they leave is lost now rather than at the timeout.
+void TransportLayer::acknowledged(const IpPayload& p, uint32_t ack)
+{
+    auto it = streams_.find(streamKey(p.family, p.destination, p.source, p.data + 2, p.data));
+    if (it == streams_.end() || it->second.early.empty()) return;
+    TcpStream& s = it->second;
+    if (static_cast<int32_t>(ack - s.next_seq) <= 0) return;
+    const uint32_t hole_end = earliest(s, s.early[0].seq);
+    holeLost(s, static_cast<int32_t>(ack - hole_end) >= 0 ? hole_end : ack, "never captured, acknowledged by the peer,");
+}
+
+// The bytes up to `to_seq` are declared lost in the frame being read; what was held behind them moves on.
+void TransportLayer::holeLost(TcpStream& s, uint32_t to_seq, const char* why)
+{
+    gap(s, context_.here(Transport::Tcp, s.source, s.destination), to_seq, ErrorCode::TcpGap, why);
+    drainEarly(s);
+    closeIfDone(s);
+    account(s);
+}
+
+void TransportLayer::expire()
+{
+    if (early_frames_.empty()) return;
+    const auto due = [&](const TcpStream& s) {
+        int64_t since = INT64_MAX;
+        for (const auto& g : s.early) since = std::min(since, g.seen.ns);
+        return !s.early.empty() && saturatingAdd(since, limits_.tcp_hole_timeout_ns) <= context_.now();
+    };
+    std::vector<TcpStream*> holding;
+    for (auto& e : streams_)
+        if (due(e.second)) holding.push_back(&e.second);
+    std::sort(holding.begin(), holding.end(), [](const TcpStream* a, const TcpStream* b) { return a->first.order < b->first.order; });
+    for (TcpStream* s : holding)
+        while (due(*s)) holeLost(*s, earliest(*s, s->early[0].seq), "never captured within the hole timeout");
+}
+
+int64_t TransportLayer::nextExpiry() const
+{
+    int64_t at = INT64_MAX;
+    if (early_frames_.empty()) return at;
+    for (const auto& e : streams_)
+        for (const auto& g : e.second.early) at = std::min(at, saturatingAdd(g.seen.ns, limits_.tcp_hole_timeout_ns));
+    return at;
+}
+
 TcpStream* TransportLayer::stream(const IpPayload& p, bool starts)
 {
-    Key key = addressKey(p.source, p.destination, addressSize(p.family));
-    keyPut(key, 0, &p.family, 1);
-    keyPut(key, 2, p.data, 4);  // both ports
+    const Key key = streamKey(p.family, p.source, p.destination, p.data, p.data + 2);
     auto it = streams_.find(key);
     if (it != streams_.end()) return &it->second;
     if (!starts) {  // nothing to follow: no data, no connection starting
@@ -166,7 +228,7 @@ void TransportLayer::streamData(TcpStream& s, uint32_t seq, const uint8_t* d, ui
                 ++context_.stats().duplicates;
                 return;
             }
-            deliver(s, d + old, n - old, true);
+            deliver(s, streamOrigin(s), d + old, n - old, true);
             s.next_seq += n - old;
             s.position += n - old;
             drainEarly(s);
@@ -174,7 +236,7 @@ void TransportLayer::streamData(TcpStream& s, uint32_t seq, const uint8_t* d, ui
         }
         if (holdEarly(s, seq, d, n)) return;
         // Too far ahead to wait for what lies between: the bytes before the earliest held segment are lost.
-        gap(s, earliest(s, seq), ErrorCode::TcpGap, "never captured");
+        gap(s, streamOrigin(s), earliest(s, seq), ErrorCode::TcpGap, "never captured");
         drainEarly(s);
     }
 }
@@ -192,8 +254,11 @@ bool TransportLayer::holdEarly(TcpStream& s, uint32_t seq, const uint8_t* d, uin
             return true;
         }
     }
-    s.early.push_back({seq, std::vector<uint8_t>(d, d + n)});
+    const Seen seen = context_.seen();
+    context_.expiresAt(saturatingAdd(seen.ns, limits_.tcp_hole_timeout_ns));
+    s.early.push_back({seq, std::vector<uint8_t>(d, d + n), seen});
     s.early_bytes += n;
+    early_frames_.insert(seen.frame);
     return true;
 }
 
@@ -208,10 +273,11 @@ void TransportLayer::drainEarly(TcpStream& s)
         TcpStream::Segment g = std::move(s.early[i]);
         s.early.erase(s.early.begin() + static_cast<std::ptrdiff_t>(i));
         s.early_bytes -= g.data.size();
+        early_frames_.erase(early_frames_.find(g.seen.frame));
         const uint64_t old = static_cast<uint64_t>(-static_cast<int64_t>(rel));
         if (old < g.data.size()) {
             const size_t n = g.data.size() - static_cast<size_t>(old);
-            deliver(s, g.data.data() + old, n, false);
+            deliver(s, context_.at(g.seen, Transport::Tcp, s.source, s.destination), g.data.data() + old, n, false);
             s.next_seq += static_cast<uint32_t>(n);
             s.position += n;
         } else {
@@ -221,17 +287,24 @@ void TransportLayer::drainEarly(TcpStream& s)
     }
 }
 
-void TransportLayer::gap(TcpStream& s, uint32_t to_seq, ErrorCode code, const std::string& why)
+void TransportLayer::dropEarly(TcpStream& s)
+{
+    for (const auto& g : s.early) early_frames_.erase(early_frames_.find(g.seen.frame));
+    s.early.clear();
+    s.early_bytes = 0;
+}
+
+void TransportLayer::gap(TcpStream& s, const Origin& o, uint32_t to_seq, ErrorCode code, const std::string& why)
 {
     const uint32_t missing = to_seq - s.next_seq;
-    someip_.streamGap(s.cut, streamOrigin(s), code, s.position, missing, why);
+    someip_.streamGap(s.cut, o, code, s.position, missing, why);
     s.next_seq = to_seq;
     s.position += missing;
 }
 
-void TransportLayer::deliver(TcpStream& s, const uint8_t* d, size_t n, bool stable)
+void TransportLayer::deliver(TcpStream& s, const Origin& o, const uint8_t* d, size_t n, bool stable)
 {
-    someip_.streamBytes(s.cut, streamOrigin(s), s.position, d, n, stable);
+    someip_.streamBytes(s.cut, o, s.position, d, n, stable);
 }
 
 // ---- ends and bounds ----
@@ -242,8 +315,7 @@ void TransportLayer::finishStream(TcpStream& s, ErrorCode code, const char* why)
     someip_.streamEnd(s.cut, o, code, why);
     if (s.early_bytes > 0 && s.cut.following())
         context_.error(o, code, s.position, text("%s with %zu bytes held out of order", why, s.early_bytes));
-    s.early.clear();
-    s.early_bytes = 0;
+    dropEarly(s);
 }
 
 void TransportLayer::account(TcpStream& s)
@@ -292,13 +364,14 @@ void TransportLayer::flush()
     std::sort(open.begin(), open.end(), [](const TcpStream* a, const TcpStream* b) { return a->first.order < b->first.order; });
     for (TcpStream* s : open) {
         while (!s->early.empty()) {
-            gap(*s, earliest(*s, s->early[0].seq), ErrorCode::TcpGap, "never captured before the capture ended");
+            gap(*s, streamOrigin(*s), earliest(*s, s->early[0].seq), ErrorCode::TcpGap, "never captured before the capture ended");
             drainEarly(*s);
         }
         finishStream(*s, ErrorCode::TcpIncomplete, "the capture ended");
     }
     streams_.clear();
     stream_bytes_ = 0;
+    early_frames_.clear();
 }
 
 }  // namespace detail
