@@ -246,6 +246,8 @@ void appendSummary(std::string& out, const Report& report)
         codes(s.stats, {E::IpFragmentOverlap, E::IpFragmentInvalid, E::IpFragmentsMissing}));
     Row(out).text("Dropped at reassembly limits").number(codes(s.stats, {E::ReassemblyLimit}));
     Row(out).text("Duplicates ignored").number(s.stats.duplicates);
+    Row(out).text("Magic cookies").number(s.stats.magic_cookies);
+    Row(out).text("Records out of frame order").number(s.stats.out_of_order);
     Row(out).text("Frames cut short").number(s.stats.cut_frames);
     Row(out).text("Frames without SOME/IP").number(s.stats.skipped_frames);
     out += "</tbody></table></div><div><h3>Files</h3><ul class=\"files\">";

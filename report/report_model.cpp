@@ -66,6 +66,7 @@ void addStatistics(cap::Statistics& into, const cap::Statistics& s)
     into.sd_messages += s.sd_messages;
     into.magic_cookies += s.magic_cookies;
     into.duplicates += s.duplicates;
+    into.out_of_order += s.out_of_order;
     into.errors += s.errors;
     for (size_t i = 0; i < cap::kErrorCodeCount; ++i) {
         into.errors_by_code[i] += s.errors_by_code[i];

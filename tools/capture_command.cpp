@@ -322,6 +322,7 @@ private:
         // Capture-level errors are counted from the lines written, with the payload failures.
         frames_ += s.frames;
         messages_ += s.messages;
+        cookies_ += s.magic_cookies;
     }
 
     void summary()
@@ -335,6 +336,9 @@ private:
                 elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0);
         if (tally_.warned > 0) {
             fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(tally_.warned));
+        }
+        if (cookies_ > 0) {
+            fprintf(stderr, "  magic cookies (counted, not written): %llu\n", static_cast<unsigned long long>(cookies_));
         }
         for (const auto& reason : tally_.failed) {
             fprintf(stderr, "  failed, %s: %llu\n", reason.first.c_str(), static_cast<unsigned long long>(reason.second));
@@ -377,7 +381,7 @@ private:
     uint64_t tick_ = 0;
     Clock::time_point started_;
     double last_progress_ = 0;
-    uint64_t frames_ = 0, messages_ = 0, lines_ = 0;
+    uint64_t frames_ = 0, messages_ = 0, lines_ = 0, cookies_ = 0;
     someip_json::LineTally tally_;
 };
 
