@@ -131,6 +131,8 @@ struct ZQSomeIPPlainParam {
     uint32_t maxLength = 0;               // unions without a length field: the member area's size
 };
 
+struct ZQSomeIPPlainProgramCache;
+
 // A method format ready for the plain codec: its parameters and the attributes its service gives.
 struct ZQSomeIPPlainMethod {
     std::vector<ZQSomeIPPlainParam> params;
@@ -146,6 +148,9 @@ struct ZQSomeIPPlainMethod {
     std::string serviceName;
     std::string methodName;
     int majorVersion = -1;    // the service's "MajorVersion", -1 when it has none
+    // Set by the format set for its own methods: the decoder's compiled form, built on first use. A
+    // copy of the method does not use it (it decodes as a method built by hand does, only slower).
+    std::shared_ptr<ZQSomeIPPlainProgramCache> fastDecoder;
 };
 
 // A shared, immutable set of method formats. Loaded once from a format description file or a

@@ -15,6 +15,7 @@
 #include "ZQSomeIPPlainCodec.h"
 #include "ZQSomeIPJsonText.h"
 #include "ZQSomeIPLightJson.h"
+#include "ZQSomeIPPlainProgram.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
 #include "someip/ZQSomeIPPayloadUtf16.h"
@@ -51,14 +52,6 @@ uint32_t lengthFieldSize(Param::Kind kind, const ZQSomeIPExtendAttr& a)
     return size == nullptr ? 0 : *size;
 }
 
-// Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
-// terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
-// (inside a length-delimited container) that this file reads and writes itself.
-bool ownStringRules(const Param& p, const ZQSomeIPExtendAttr& a)
-{
-    return p.explicitAttr && (p.fixedLength > 0 || !p.stringBom || !p.stringTerminator ||
-           (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
-}
 
 bool isBasic(const Param& p) { return p.kind <= Param::Double; }
 
@@ -154,7 +147,18 @@ uint32_t peekLength(const uint8_t* data, size_t at, uint32_t size, const ZQSomeI
     return v;
 }
 
-bool validUtf8(const std::string& s)
+} // namespace
+
+// Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
+// terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
+// (inside a length-delimited container) that this file reads and writes itself.
+bool plainOwnStringRules(const ZQSomeIPPlainParam& p, const ZQSomeIPExtendAttr& a)
+{
+    return p.explicitAttr && (p.fixedLength > 0 || !p.stringBom || !p.stringTerminator ||
+           (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
+}
+
+bool plainValidUtf8(std::string_view s)
 {
     size_t i = 0;
     while (i < s.size()) {
@@ -195,8 +199,7 @@ bool validUtf8(const std::string& s)
     return true;
 }
 
-// UTF-16 code units the text becomes (it is valid UTF-8).
-size_t utf16Units(const std::string& s)
+size_t plainUtf16Units(std::string_view s)
 {
     size_t units = 0;
     for (const char c : s) {
@@ -207,6 +210,8 @@ size_t utf16Units(const std::string& s)
     }
     return units;
 }
+
+namespace {
 
 locale_t cLocale()
 {
@@ -667,7 +672,7 @@ private:
         }
         // Where the length field was: after at most 7 bytes of alignment padding.
         const size_t end = r.get_index();
-        const size_t expected = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+        const size_t expected = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * plainUtf16Units(text)
                                                                                  : 4 + text.size();
         for (size_t pad = 0; pad < 8 && at + pad + lfs <= end; ++pad) {
             const uint32_t length = peekLength(data_ + base, at + pad, lfs, ea);
@@ -681,7 +686,7 @@ private:
                 return fail(Error::BadString, base + at, "a UTF-16 string of an odd number of bytes");
             }
         }
-        if (!validUtf8(text)) {
+        if (!plainValidUtf8(text)) {
             return fail(Error::BadString, base + at, "the string is not valid UTF-8");
         }
         // UTF-16 text keeps zero units that stand before the terminator; a reader would stop there.
@@ -753,7 +758,7 @@ private:
     {
         const bool utf16 = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
         const size_t mark = p.stringBom ? (utf16 ? 2 : 3) : 0;
-        const size_t textBytes = utf16 ? 2 * utf16Units(text) : text.size();
+        const size_t textBytes = utf16 ? 2 * plainUtf16Units(text) : text.size();
         for (size_t i = mark + textBytes; i < n; ++i) {
             if (d[i] != 0) {
                 return false;
@@ -798,7 +803,7 @@ private:
         }
         if (!utf16) {
             text.assign(reinterpret_cast<const char*>(d + i), end - i);
-            if (!validUtf8(text)) {
+            if (!plainValidUtf8(text)) {
                 why = "the string is not valid UTF-8";
                 return false;
             }
@@ -864,7 +869,7 @@ private:
         // The writer opens a top-level container without padding and so drops a pending "align the
         // next element" (left by a string or vector before it); the reader would keep it for the
         // next value. Dropped here as well, so that both directions agree on where values lie.
-        if (depth == 1 && (p.kind >= Param::Structure || (p.kind == Param::String && ownStringRules(p, ea)))) {
+        if (depth == 1 && (p.kind >= Param::Structure || (p.kind == Param::String && plainOwnStringRules(p, ea)))) {
             r.calc_size(ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE, 0);
         }
         switch (p.kind) {
@@ -887,7 +892,7 @@ private:
         case Param::Int64: return number<int64_t>(r, base, p, a);
         case Param::Float: return number<float>(r, base, p, a);
         case Param::Double: return number<double>(r, base, p, a);
-        case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
+        case Param::String: return plainOwnStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
         case Param::Structure: return structValue(r, base, p, depth, ea, a);
         case Param::Union: return unionValue(r, base, p, depth, ea, over != nullptr);
         case Param::Array: return arrayValue(r, base, p, depth, ea, a);
@@ -1508,17 +1513,17 @@ private:
             return fail(Error::WrongType, "expects a string");
         }
         const std::string text(v.text);
-        if (!validUtf8(text)) {
+        if (!plainValidUtf8(text)) {
             return fail(Error::BadString, "is not valid UTF-8");
         }
         // Readers take a zero for the terminator, so what follows it would be lost.
         if (text.find('\0') != std::string::npos) {
             return fail(Error::BadString, "holds a zero character, which ends a string on the wire");
         }
-        if (ownStringRules(p, ea)) {
+        if (plainOwnStringRules(p, ea)) {
             return ownString(text, p, ea, tlvMember);
         }
-        const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+        const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * plainUtf16Units(text)
                                                                                : 4 + text.size();
         if (length > lengthCapacity(ea.string_length_field_size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
@@ -1779,8 +1784,19 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID,
     return plainDecode(*m, payload, size, json, options);
 }
 
+// The compiled program where it is sure of the result, the reference decoder otherwise.
 ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
                                 std::string& json, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (plainProgramDecode(method, payload, size, json, options, status)) {
+        return status;
+    }
+    return plainDecodeReference(method, payload, size, json, options);
+}
+
+ZQSomeIPPlainStatus plainDecodeReference(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
+                                         std::string& json, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
     if (!usable(method, status)) {
