@@ -162,6 +162,11 @@ bool plainValidUtf8(std::string_view s)
 {
     size_t i = 0;
     while (i < s.size()) {
+        uint64_t eight = 0;  // most text is ASCII: eight bytes without a high bit at a time
+        if (i + 8 <= s.size() && (memcpy(&eight, s.data() + i, 8), eight & 0x8080808080808080u) == 0) {
+            i += 8;
+            continue;
+        }
         const auto c = static_cast<unsigned char>(s[i]);
         size_t n = 0;
         uint32_t cp = 0;
@@ -261,6 +266,183 @@ private:
     std::vector<Part> parts_;
     size_t depth_ = 0;
 };
+
+// How a basic value of a parameter with enumerators, bit fields or a scale, or a non-finite float, is
+// written: shared by the decoder and (through plainBasicText) the compiled program.
+class NumberText {
+public:
+    NumberText(std::string& out, const ZQSomeIPPlainOptions& options) : out_(out), options_(options) {}
+
+    // Enumerated, bit field and scaled numbers. Kept out of line: most numbers are plain, and the
+    // number readers stay small enough to be inlined where values are dispatched.
+    template <typename T>
+    __attribute__((noinline)) bool special(const Param& p, T v)
+    {
+        if constexpr (std::is_floating_point<T>::value) {
+            scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
+        } else {
+            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
+            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
+            constexpr bool isSigned = std::is_signed<T>::value;
+            if (p.bitfield) {
+                out_ += '{';
+                for (const ZQSomeIPPlainBit& b : p.bits) {
+                    out_ += b.key;
+                    const uint64_t field = (bits >> b.bit) & fieldMask(b.width);
+                    if (!b.enumerators.empty()) {
+                        enumerated(b.enumerators, field, false, [this, field] { appendNumber(out_, field, false); });
+                    } else if (b.width == 1) {
+                        out_ += field != 0 ? "true" : "false";
+                    } else {
+                        appendNumber(out_, field, false);
+                    }
+                    out_ += ',';
+                }
+                out_ += "\"$raw\":";
+                appendNumber(out_, bits, false);
+                out_ += '}';
+                return true;
+            }
+            auto number = [this, &p, bits] {
+                if (p.scaled) {
+                    const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
+                    scaledValue(p, x, [this, bits] { appendNumber(out_, bits, isSigned); });
+                } else {
+                    appendNumber(out_, bits, isSigned);
+                }
+            };
+            if (!p.enumerators.empty()) {
+                enumerated(p.enumerators, bits, isSigned, number);
+            } else {
+                number();
+            }
+        }
+        return true;
+    }
+
+    template <typename T>
+    void raw(T v)
+    {
+        if (!std::isfinite(v)) {
+            nonFinite(v);
+            return;
+        }
+        char text[64];
+        const auto res = std::to_chars(text, text + sizeof(text), v);
+        out_.append(text, static_cast<size_t>(res.ptr - text));
+    }
+
+    template <typename Number>
+    void enumerated(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t bits, bool isSigned, Number number)
+    {
+        const ZQSomeIPPlainEnumerator* e = enumeratorOf(list, bits, isSigned);
+        switch (options_.enumStyle) {
+        case ZQSomeIPEnumStyle::Value:
+            number();
+            return;
+        case ZQSomeIPEnumStyle::Name:
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                number();
+            }
+            return;
+        case ZQSomeIPEnumStyle::Both:
+            out_ += "{\"name\":";
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                out_ += "null";
+            }
+            out_ += ",\"value\":";
+            number();
+            out_ += '}';
+            return;
+        }
+    }
+
+    template <typename Raw>
+    void scaledValue(const Param& p, double x, Raw rawText)
+    {
+        if (!p.scaled || options_.scaled == ZQSomeIPScaledStyle::Raw) {
+            rawText();
+            return;
+        }
+        const double physical = x * p.scale.factor + p.scale.offset;
+        if (options_.scaled == ZQSomeIPScaledStyle::Physical) {
+            raw(physical);
+            return;
+        }
+        out_ += "{\"raw\":";
+        rawText();
+        out_ += ",\"value\":";
+        raw(physical);
+        if (!p.scale.unit.empty()) {
+            out_ += ",\"unit\":";
+            appendJsonString(out_, p.scale.unit);
+        }
+        out_ += '}';
+    }
+
+    template <typename T>
+    void nonFinite(T v)
+    {
+        if (std::isinf(v)) {
+            out_ += v > 0 ? "\"Infinity\"" : "\"-Infinity\"";
+            return;
+        }
+        using Bits = typename std::conditional<sizeof(T) == 4, uint32_t, uint64_t>::type;
+        Bits bits = 0;
+        memcpy(&bits, &v, sizeof(bits));
+        const Bits quiet = sizeof(T) == 4 ? Bits(0x7FC00000u) : Bits(0x7FF8000000000000ull);
+        if (bits == quiet) {
+            out_ += "\"NaN\"";
+            return;
+        }
+        char hex[32];
+        const auto res = std::to_chars(hex, hex + sizeof(hex), bits, 16);
+        out_ += "\"NaN:0x";
+        out_.append(hex, static_cast<size_t>(res.ptr - hex));
+        out_ += '"';
+    }
+
+private:
+    std::string& out_;
+    const ZQSomeIPPlainOptions& options_;
+};
+
+template <typename T> void basicText(NumberText& text, const Param& p, uint64_t bits)
+{
+    T v;
+    memcpy(&v, &bits, sizeof(v));  // the low bytes: the host is little endian, as the engines take it
+    if (p.bitfield || !p.enumerators.empty() || p.scaled) {
+        text.special(p, v);
+    } else if constexpr (std::is_floating_point<T>::value) {
+        text.nonFinite(v);
+    }
+}
+
+} // namespace
+
+void plainBasicText(std::string& out, const ZQSomeIPPlainParam& p, const ZQSomeIPPlainOptions& options, uint64_t bits)
+{
+    NumberText text(out, options);
+    switch (p.kind) {
+    case Param::UInt8: return basicText<uint8_t>(text, p, bits);
+    case Param::UInt16: return basicText<uint16_t>(text, p, bits);
+    case Param::UInt32: return basicText<uint32_t>(text, p, bits);
+    case Param::UInt64: return basicText<uint64_t>(text, p, bits);
+    case Param::Int8: return basicText<int8_t>(text, p, bits);
+    case Param::Int16: return basicText<int16_t>(text, p, bits);
+    case Param::Int32: return basicText<int32_t>(text, p, bits);
+    case Param::Int64: return basicText<int64_t>(text, p, bits);
+    case Param::Float: return basicText<float>(text, p, bits);
+    case Param::Double: return basicText<double>(text, p, bits);
+    default: return;
+    }
+}
+
+namespace {
 
 // ---------------------------------------------------------------------------------------------------
 // Decode
@@ -490,13 +672,13 @@ private:
             return basicFailed(r, base, at, sizeof(T), p);
         }
         if (p.bitfield || !p.enumerators.empty() || p.scaled) {
-            return special(p, v);
+            return NumberText(out_, options_).special(p, v);
         }
         char text[64];
         std::to_chars_result res{};
         if constexpr (std::is_floating_point<T>::value) {
             if (!std::isfinite(v)) {
-                nonFinite(v);
+                NumberText(out_, options_).nonFinite(v);
                 return true;
             }
             res = std::to_chars(text, text + sizeof(text), v);
@@ -505,139 +687,6 @@ private:
         }
         out_.append(text, static_cast<size_t>(res.ptr - text));
         return true;
-    }
-
-    // Enumerated, bit field and scaled numbers. Kept out of line: most numbers are plain, and the
-    // number readers stay small enough to be inlined where values are dispatched.
-    template <typename T>
-    __attribute__((noinline)) bool special(const Param& p, T v)
-    {
-        if constexpr (std::is_floating_point<T>::value) {
-            scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
-        } else {
-            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
-            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
-            constexpr bool isSigned = std::is_signed<T>::value;
-            if (p.bitfield) {
-                out_ += '{';
-                for (const ZQSomeIPPlainBit& b : p.bits) {
-                    out_ += b.key;
-                    const uint64_t field = (bits >> b.bit) & fieldMask(b.width);
-                    if (!b.enumerators.empty()) {
-                        enumerated(b.enumerators, field, false, [this, field] { appendNumber(out_, field, false); });
-                    } else if (b.width == 1) {
-                        out_ += field != 0 ? "true" : "false";
-                    } else {
-                        appendNumber(out_, field, false);
-                    }
-                    out_ += ',';
-                }
-                out_ += "\"$raw\":";
-                appendNumber(out_, bits, false);
-                out_ += '}';
-                return true;
-            }
-            auto number = [this, &p, bits] {
-                if (p.scaled) {
-                    const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
-                    scaledValue(p, x, [this, bits] { appendNumber(out_, bits, isSigned); });
-                } else {
-                    appendNumber(out_, bits, isSigned);
-                }
-            };
-            if (!p.enumerators.empty()) {
-                enumerated(p.enumerators, bits, isSigned, number);
-            } else {
-                number();
-            }
-        }
-        return true;
-    }
-
-    template <typename T>
-    void raw(T v)
-    {
-        if (!std::isfinite(v)) {
-            nonFinite(v);
-            return;
-        }
-        char text[64];
-        const auto res = std::to_chars(text, text + sizeof(text), v);
-        out_.append(text, static_cast<size_t>(res.ptr - text));
-    }
-
-    template <typename Number>
-    void enumerated(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t bits, bool isSigned, Number number)
-    {
-        const ZQSomeIPPlainEnumerator* e = enumeratorOf(list, bits, isSigned);
-        switch (options_.enumStyle) {
-        case ZQSomeIPEnumStyle::Value:
-            number();
-            return;
-        case ZQSomeIPEnumStyle::Name:
-            if (e != nullptr) {
-                appendJsonString(out_, e->name);
-            } else {
-                number();
-            }
-            return;
-        case ZQSomeIPEnumStyle::Both:
-            out_ += "{\"name\":";
-            if (e != nullptr) {
-                appendJsonString(out_, e->name);
-            } else {
-                out_ += "null";
-            }
-            out_ += ",\"value\":";
-            number();
-            out_ += '}';
-            return;
-        }
-    }
-
-    template <typename Raw>
-    void scaledValue(const Param& p, double x, Raw rawText)
-    {
-        if (!p.scaled || options_.scaled == ZQSomeIPScaledStyle::Raw) {
-            rawText();
-            return;
-        }
-        const double physical = x * p.scale.factor + p.scale.offset;
-        if (options_.scaled == ZQSomeIPScaledStyle::Physical) {
-            raw(physical);
-            return;
-        }
-        out_ += "{\"raw\":";
-        rawText();
-        out_ += ",\"value\":";
-        raw(physical);
-        if (!p.scale.unit.empty()) {
-            out_ += ",\"unit\":";
-            appendJsonString(out_, p.scale.unit);
-        }
-        out_ += '}';
-    }
-
-    template <typename T>
-    void nonFinite(T v)
-    {
-        if (std::isinf(v)) {
-            out_ += v > 0 ? "\"Infinity\"" : "\"-Infinity\"";
-            return;
-        }
-        using Bits = typename std::conditional<sizeof(T) == 4, uint32_t, uint64_t>::type;
-        Bits bits = 0;
-        memcpy(&bits, &v, sizeof(bits));
-        const Bits quiet = sizeof(T) == 4 ? Bits(0x7FC00000u) : Bits(0x7FF8000000000000ull);
-        if (bits == quiet) {
-            out_ += "\"NaN\"";
-            return;
-        }
-        char hex[32];
-        const auto res = std::to_chars(hex, hex + sizeof(hex), bits, 16);
-        out_ += "\"NaN:0x";
-        out_.append(hex, static_cast<size_t>(res.ptr - hex));
-        out_ += '"';
     }
 
     bool basicFailed(Reader& r, size_t base, size_t at, size_t width, const Param& p)

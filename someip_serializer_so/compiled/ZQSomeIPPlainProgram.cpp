@@ -8,7 +8,6 @@
 #include "ZQSomeIPPlainProgram.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -44,6 +43,8 @@ struct Op {
     uint32_t jump = 0;      // open ops: their closing op; ArrayNext, VectorNext: the element's first op
     uint32_t count = 0;     // arrays: the elements; vectors: the fewest allowed
     uint32_t maxCount = 0;  // vectors: the most allowed
+    bool special = false;   // numbers with enumerators, bit fields or a scale: written by the reference's rules
+    const ZQSomeIPPlainParam* param = nullptr;  // basic values: their parameter (the method outlives the program)
 };
 
 // Open containers a program may nest; deeper formats stay with the reference.
@@ -93,7 +94,7 @@ private:
     bool param(const Param& p, const ZQSomeIPExtendAttr& parent, const std::string& prefix, size_t depth)
     {
         const ZQSomeIPExtendAttr& ea = p.explicitAttr ? p.attr : parent;
-        if (p.explicitAttr != explicit_ || ea.alignment > 1 || p.bitfield || !p.enumerators.empty() || p.scaled) {
+        if (p.explicitAttr != explicit_ || ea.alignment > 1) {
             return false;
         }
         switch (p.kind) {
@@ -102,8 +103,13 @@ private:
         case Param::Array:
         case Param::Vector: return list(p, ea, prefix, depth);
         case Param::Union: return false;
-        default: add(Code(p.kind), ea, 0, prefix); return true;
+        default: break;
         }
+        Op& op = program_.ops[add(Code(p.kind), ea, 0, prefix)];
+        op.param = &p;
+        // A bool is read as a bool whatever else its parameter says.
+        op.special = p.kind != Param::Bool && (p.bitfield || !p.enumerators.empty() || p.scaled);
+        return true;
     }
 
     bool string(const Param& p, const ZQSomeIPExtendAttr& ea, const std::string& prefix)
@@ -178,6 +184,7 @@ std::unique_ptr<const ZQSomeIPPlainProgram> compile(const ZQSomeIPPlainMethod& m
     if (!Compiler(*program).method(method) || program->texts.size() > std::numeric_limits<uint32_t>::max()) {
         return nullptr;
     }
+    program->texts.append(16, '\0');  // literals are copied in blocks of 16 bytes
     return program;
 }
 
@@ -201,10 +208,115 @@ template <typename W> W fromWire(W w, bool little)
     }
 }
 
+// The text under construction: written through a cursor into the string's own storage, which is kept
+// a little longer than what is written and cut to size at the end.
+class Out {
+public:
+    explicit Out(std::string& s) : s_(s) { at(s.size()); }
+    ~Out() { s_.resize(size()); }
+
+    void need(size_t n)
+    {
+        if (static_cast<size_t>(end_ - p_) < n) {
+            grow(n);
+        }
+    }
+    // A literal of the program: its texts are padded, so whole 16-byte blocks may be copied.
+    void literal(const char* t, size_t n)
+    {
+        need(n + 16);
+        for (size_t i = 0; i < n; i += 16) {
+            memcpy(p_ + i, t + i, 16);
+        }
+        p_ += n;
+    }
+    void put(char c)
+    {
+        need(1);
+        *p_++ = c;
+    }
+    char* cursor() { return p_; }
+    void advance(char* to) { p_ = to; }
+    // Text written by a function that appends to a std::string.
+    template <typename Write> void through(Write write)
+    {
+        s_.resize(size());
+        write(s_);
+        at(s_.size());
+    }
+
+private:
+    size_t size() const { return static_cast<size_t>(p_ - s_.data()); }
+    __attribute__((noinline)) void grow(size_t n)
+    {
+        const size_t used = size();
+        s_.resize(used + n + 256);
+        at(used);
+    }
+    void at(size_t used)
+    {
+        p_ = &s_[0] + used;
+        end_ = &s_[0] + s_.size();
+    }
+
+    std::string& s_;
+    char* p_ = nullptr;
+    char* end_ = nullptr;
+};
+
+// Decimal integers, as std::to_chars writes them: two digits at a time from a table, a long number cut
+// into independent parts of four and eight digits so that their divisions need not wait for each other.
+constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                          "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                          "8081828384858687888990919293949596979899";
+
+char* pair(char* p, uint32_t v)
+{
+    memcpy(p, kPairs + 2 * v, 2);
+    return p + 2;
+}
+
+char* fourDigits(char* p, uint32_t v) { return pair(pair(p, v / 100), v % 100); }
+char* eightDigits(char* p, uint32_t v) { return fourDigits(fourDigits(p, v / 10000), v % 10000); }
+
+// 1 to 4 digits, no leading zeros.
+char* upTo4(char* p, uint32_t v)
+{
+    if (v < 100) {
+        return v < 10 ? (*p = static_cast<char>('0' + v), p + 1) : pair(p, v);
+    }
+    const uint32_t hi = v / 100;
+    return pair(hi < 10 ? (*p = static_cast<char>('0' + hi), p + 1) : pair(p, hi), v % 100);
+}
+
+char* decimal(char* p, uint64_t v)
+{
+    if (v < 10000) {
+        return upTo4(p, static_cast<uint32_t>(v));
+    }
+    if (v < 100000000) {
+        return fourDigits(upTo4(p, static_cast<uint32_t>(v / 10000)), static_cast<uint32_t>(v % 10000));
+    }
+    const uint64_t hi = v / 100000000;
+    return eightDigits(decimal(p, hi), static_cast<uint32_t>(v % 100000000));
+}
+
+template <typename T> char* integer(char* p, T v)
+{
+    if constexpr (std::is_signed<T>::value) {
+        if (v < 0) {
+            *p++ = '-';
+            return decimal(p, uint64_t(0) - static_cast<uint64_t>(static_cast<int64_t>(v)));
+        }
+    }
+    return decimal(p, static_cast<uint64_t>(v));
+}
+
 class Runner {
 public:
-    Runner(const ZQSomeIPPlainProgram& program, const uint8_t* data, size_t size, std::string& out)
-        : program_(program), data_(data), size_(size), limit_(size), out_(out)
+    Runner(const ZQSomeIPPlainProgram& program, const uint8_t* data, size_t size, const ZQSomeIPPlainOptions& options,
+           std::string& out)
+        : program_(program), options_(options), data_(data), size_(size), limit_(size), out_(out)
     {
     }
 
@@ -215,7 +327,7 @@ public:
         const char* texts = program_.texts.data();
         for (uint32_t pc = 0;;) {
             const Op& op = ops[pc];
-            out_.append(texts + op.text, op.textSize);
+            out_.literal(texts + op.text, op.textSize);
             if (op.code <= F64) {
                 if (!basic(op)) {
                     return false;
@@ -242,14 +354,14 @@ public:
     }
 
 private:
-    struct Frame {
-        size_t content = 0;  // where the content starts, after the length field
-        uint32_t length = 0; // the length field's value
-        uint32_t index = 0;  // elements read
-        size_t end = 0;      // vectors: where the content ends
-        size_t before = 0;   // vectors: where the element being read started
-        size_t limit = 0;    // the enclosing limits, given back on closing
-        size_t inner = 0;
+    struct Frame {          // set by open(): left uninitialised, most programs use few
+        size_t content;     // where the content starts, after the length field
+        uint32_t length;    // the length field's value
+        uint32_t index;     // elements read
+        size_t end;         // vectors: where the content ends
+        size_t before;      // vectors: where the element being read started
+        size_t limit;       // the enclosing limits, given back on closing
+        size_t inner;
     };
 
     // Whether a value of `n` bytes may be read here: the innermost container with a length field is
@@ -269,12 +381,7 @@ private:
     bool basic(const Op& op)
     {
         switch (op.code) {
-        case Bool:
-            if (!room(1)) {
-                return false;
-            }
-            out_ += (data_[pos_++] & 1u) != 0 ? "true" : "false";  // only the lowest bit counts
-            return true;
+        case Bool: return boolean();
         case U8: return number<uint8_t>(op);
         case U16: return number<uint16_t>(op);
         case U32: return number<uint32_t>(op);
@@ -286,6 +393,17 @@ private:
         case F32: return number<float>(op);
         default: return number<double>(op);
         }
+    }
+
+    bool boolean()
+    {
+        if (!room(1)) {
+            return false;
+        }
+        const bool on = (data_[pos_++] & 1u) != 0;  // only the lowest bit counts
+        // Padded to the 16 bytes a literal is copied in.
+        out_.literal(on ? "true\0\0\0\0\0\0\0\0\0\0\0\0" : "false\0\0\0\0\0\0\0\0\0\0\0", on ? 4 : 5);
+        return true;
     }
 
     template <typename T> bool number(const Op& op)
@@ -300,17 +418,24 @@ private:
         w = fromWire(w, op.little);
         T v;
         memcpy(&v, &w, sizeof(v));
-        char text[64];
+        bool reference = op.special;
+        if constexpr (std::is_floating_point<T>::value) {
+            reference = reference || !std::isfinite(v);
+        }
+        if (reference) {
+            const uint64_t bits = w;
+            out_.through([&](std::string& s) { plainBasicText(s, *op.param, options_, bits); });
+            return true;
+        }
+        out_.need(64);
+        char* text = out_.cursor();
         std::to_chars_result res{};
         if constexpr (std::is_floating_point<T>::value) {
-            if (!std::isfinite(v)) {
-                return false;  // spelled by the reference
-            }
-            res = std::to_chars(text, text + sizeof(text), v);
+            res = std::to_chars(text, text + 64, v);
         } else {
-            res = std::to_chars(text, text + sizeof(text), v + 0);
+            res.ptr = integer(text, v);
         }
-        out_.append(text, static_cast<size_t>(res.ptr - text));
+        out_.advance(res.ptr);
         return true;
     }
 
@@ -341,7 +466,7 @@ private:
         if (memchr(text.data(), 0, text.size()) != nullptr || !plainValidUtf8(text)) {
             return false;
         }
-        appendJsonString(out_, text);
+        out_.through([&text](std::string& s) { appendJsonString(s, text); });
         return true;
     }
 
@@ -370,7 +495,7 @@ private:
         if (4 + 2 * plainUtf16Units(text) != n || !plainValidUtf8(text)) {
             return false;
         }
-        appendJsonString(out_, text);
+        out_.through([&text](std::string& s) { appendJsonString(s, text); });
         return true;
     }
 
@@ -437,7 +562,7 @@ private:
         ++f.index;
         const bool more = op.code == ArrayNext ? f.index < op.count : pos_ < f.end;
         if (more) {
-            out_ += ',';
+            out_.put(',');
             f.before = pos_;
             pc = op.jump;
             return true;
@@ -452,19 +577,20 @@ private:
         if (op.code != ArrayOpen && op.code != ArrayNext && (f.index < op.count || f.index > op.maxCount)) {
             return false;
         }
-        out_ += ']';
+        out_.put(']');
         ++pc;
         return close(op);
     }
 
     const ZQSomeIPPlainProgram& program_;
+    const ZQSomeIPPlainOptions& options_;
     const uint8_t* data_;
     size_t size_;
     size_t pos_ = 0;
     size_t limit_;
     size_t inner_ = std::numeric_limits<size_t>::max();
-    std::string& out_;
-    std::array<Frame, kMaxDepth> frames_;
+    Out out_;
+    Frame frames_[kMaxDepth];
     size_t depth_ = 0;
 };
 
@@ -493,20 +619,28 @@ bool plainProgramDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payloa
     if (program == nullptr) {
         return false;
     }
-    // The text is built apart (json is written only on success); the buffers trade places afterwards,
-    // so a caller that reuses its string does not allocate for every message. Bytes after the last
-    // parameter (a warning, or an error when strict) are left to the reference as well.
-    thread_local std::string text;
-    text.clear();
-    size_t end = 0;
-    try {
-        if (!Runner(*program, payload, size, text).run(end) || end != size) {
-            return false;
-        }
-    } catch (const std::exception&) {
-        return false;  // out of memory: the reference reports it its own way
+    // The text is written after what `json` holds, and that is cut away on success or the text on
+    // failure (json is written only on success): a caller that reuses its string keeps its buffer. A
+    // payload inside that buffer could move when it grows: left to the reference.
+    const auto text = reinterpret_cast<uintptr_t>(json.data());
+    const auto bytes = reinterpret_cast<uintptr_t>(payload);
+    if (size > 0 && bytes < text + json.capacity() && text < bytes + size) {
+        return false;
     }
-    json.swap(text);
+    const size_t mark = json.size();
+    bool taken = false;
+    try {
+        json.reserve(mark + 64 + size * 4);
+        size_t end = 0;
+        taken = Runner(*program, payload, size, options, json).run(end) && end == size;
+    } catch (const std::exception&) {
+        // out of memory: the reference reports it its own way
+    }
+    if (!taken) {
+        json.resize(mark);
+        return false;
+    }
+    json.erase(0, mark);
     status = ZQSomeIPPlainStatus();
     return true;
 }

@@ -45,6 +45,12 @@ ZQ_SOMEIP_API ZQSomeIPPlainStatus plainDecodeReference(const ZQSomeIPPlainMethod
                                                        size_t size, std::string& json,
                                                        const ZQSomeIPPlainOptions& options);
 
+// Writes a basic value of a parameter with enumerators, bit fields or a scale, or a non-finite float,
+// as the reference decoder writes it (defined in ZQSomeIPPlainCodec.cpp); `bits` holds the value's
+// bytes in host order.
+void plainBasicText(std::string& out, const ZQSomeIPPlainParam& p, const ZQSomeIPPlainOptions& options,
+                    uint64_t bits);
+
 // Rules both decoders apply to strings (defined in ZQSomeIPPlainCodec.cpp): whether a string is read
 // as a byte block by the codec's own rules rather than by the engine's, and what valid text is.
 bool plainOwnStringRules(const ZQSomeIPPlainParam& p, const ZQSomeIPExtendAttr& a);
