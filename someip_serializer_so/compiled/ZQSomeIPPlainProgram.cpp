@@ -237,12 +237,15 @@ public:
     }
     char* cursor() { return p_; }
     void advance(char* to) { p_ = to; }
-    // Text written by a function that appends to a std::string.
+    // Text written by a function that appends to a std::string: into a scratch string, then copied
+    // (the output itself would have to be cut to size and lengthened again around every call).
     template <typename Write> void through(Write write)
     {
-        s_.resize(size());
-        write(s_);
-        at(s_.size());
+        scratch_.clear();
+        write(scratch_);
+        need(scratch_.size());
+        memcpy(p_, scratch_.data(), scratch_.size());
+        p_ += scratch_.size();
     }
 
 private:
@@ -260,6 +263,7 @@ private:
     }
 
     std::string& s_;
+    std::string scratch_;
     char* p_ = nullptr;
     char* end_ = nullptr;
 };
@@ -270,17 +274,17 @@ constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252
                           "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
                           "8081828384858687888990919293949596979899";
 
-char* pair(char* p, uint32_t v)
+inline __attribute__((always_inline)) char* pair(char* p, uint32_t v)
 {
     memcpy(p, kPairs + 2 * v, 2);
     return p + 2;
 }
 
-char* fourDigits(char* p, uint32_t v) { return pair(pair(p, v / 100), v % 100); }
-char* eightDigits(char* p, uint32_t v) { return fourDigits(fourDigits(p, v / 10000), v % 10000); }
+inline __attribute__((always_inline)) char* fourDigits(char* p, uint32_t v) { return pair(pair(p, v / 100), v % 100); }
+inline __attribute__((always_inline)) char* eightDigits(char* p, uint32_t v) { return fourDigits(fourDigits(p, v / 10000), v % 10000); }
 
 // 1 to 4 digits, no leading zeros.
-char* upTo4(char* p, uint32_t v)
+inline __attribute__((always_inline)) char* upTo4(char* p, uint32_t v)
 {
     if (v < 100) {
         return v < 10 ? (*p = static_cast<char>('0' + v), p + 1) : pair(p, v);
@@ -289,16 +293,21 @@ char* upTo4(char* p, uint32_t v)
     return pair(hi < 10 ? (*p = static_cast<char>('0' + hi), p + 1) : pair(p, hi), v % 100);
 }
 
-char* decimal(char* p, uint64_t v)
+// 1 to 8 digits, no leading zeros.
+inline __attribute__((always_inline)) char* upTo8(char* p, uint32_t v) { return v < 10000 ? upTo4(p, v) : fourDigits(upTo4(p, v / 10000), v % 10000); }
+
+inline __attribute__((always_inline)) char* decimal(char* p, uint64_t v)
 {
-    if (v < 10000) {
-        return upTo4(p, static_cast<uint32_t>(v));
+    constexpr uint64_t k8 = 100000000;
+    if (v < k8) {
+        return upTo8(p, static_cast<uint32_t>(v));
     }
-    if (v < 100000000) {
-        return fourDigits(upTo4(p, static_cast<uint32_t>(v / 10000)), static_cast<uint32_t>(v % 10000));
+    if (v < k8 * k8) {
+        return eightDigits(upTo8(p, static_cast<uint32_t>(v / k8)), static_cast<uint32_t>(v % k8));
     }
-    const uint64_t hi = v / 100000000;
-    return eightDigits(decimal(p, hi), static_cast<uint32_t>(v % 100000000));
+    const uint64_t high = v / k8;  // at most 12 digits
+    return eightDigits(eightDigits(upTo4(p, static_cast<uint32_t>(high / k8)), static_cast<uint32_t>(high % k8)),
+                       static_cast<uint32_t>(v % k8));
 }
 
 template <typename T> char* integer(char* p, T v)
