@@ -144,17 +144,28 @@ TEST(PlainProgramAgreement, GeneratedFormatsAndPayloads)
     }
 }
 
-// The format set is shared between threads: the first decodes race to compile the program.
-TEST(PlainProgramAgreement, FirstDecodesFromManyThreads)
+namespace {
+
+std::shared_ptr<const ZQSomeIPFormatSet> smallSet()
 {
     ZQSomeIPPlainStatus status;
-    const auto set = ZQSomeIPFormatSet::loadText(
+    return ZQSomeIPFormatSet::loadText(
         R"({"Services":[{"ServiceID":"1","Attribute":{"ByteOrderEnum":"BYTE_ORDER_BIG_ENDIAN"},
             "Methods":[{"MethodID":"1","Params":[{"MethodType":"request","ParamsDetails":[
             {"ParamName":"a","ParamType":"uint16_t"},{"ParamName":"s","ParamType":"STRING"}]}]}]}]})",
-        "threads.json", status);
+        "small.json", status);
+}
+
+const Bytes kSmallPayload = {0x01, 0x02, 0x00, 0x00, 0x00, 0x05, 0xEF, 0xBB, 0xBF, 'x', 0x00};
+
+} // namespace
+
+// The format set is shared between threads: the first decodes race to compile the program.
+TEST(PlainProgramAgreement, FirstDecodesFromManyThreads)
+{
+    const auto set = smallSet();
     ASSERT_NE(set, nullptr);
-    const Bytes payload = {0x01, 0x02, 0x00, 0x00, 0x00, 0x05, 0xEF, 0xBB, 0xBF, 'x', 0x00};
+    const Bytes& payload = kSmallPayload;
     std::vector<std::string> texts(8);
     std::vector<std::thread> threads;
     for (std::string& text : texts) {
@@ -162,4 +173,18 @@ TEST(PlainProgramAgreement, FirstDecodesFromManyThreads)
     }
     for (std::thread& t : threads) t.join();
     for (const std::string& text : texts) EXPECT_EQ(text, R"({"a":258,"s":"x"})");
+}
+
+// A copy of a method may be changed: it must not run the program compiled for the original.
+TEST(PlainProgramAgreement, ACopyOfAMethodIsDecodedAsItNowReads)
+{
+    const auto set = smallSet();
+    ASSERT_NE(set, nullptr);
+    const ZQSomeIPPlainMethod& original = *set->find(1, 1, 0);
+    std::string json;
+    ASSERT_TRUE(plainDecode(original, kSmallPayload.data(), kSmallPayload.size(), json).ok());  // compiles
+    ZQSomeIPPlainMethod copy = original;
+    copy.params[0].kind = ZQSomeIPPlainParam::UInt8;
+    const ZQSomeIPPlainStatus s = plainDecode(copy, kSmallPayload.data(), kSmallPayload.size(), json);
+    EXPECT_EQ(s.toJson() + json, R"({"code":"length_beyond_data","offset":1,"message":"s: the string's length field says 33554432 bytes, 6 remain"}{"a":258,"s":"x"})");
 }

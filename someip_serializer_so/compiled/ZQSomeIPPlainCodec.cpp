@@ -52,7 +52,6 @@ uint32_t lengthFieldSize(Param::Kind kind, const ZQSomeIPExtendAttr& a)
     return size == nullptr ? 0 : *size;
 }
 
-
 bool isBasic(const Param& p) { return p.kind <= Param::Double; }
 
 // The array frame a string of its own rules travels in (see ownStringRules): outside TLV a fixed

@@ -605,7 +605,7 @@ private:
 
 const ZQSomeIPPlainProgram* programOf(const ZQSomeIPPlainMethod& method)
 {
-    ZQSomeIPPlainProgramCache* cache = method.fastDecoder.get();
+    ZQSomeIPPlainProgramCache* cache = method.fastDecoder.cache.get();
     if (cache == nullptr || cache->owner != &method) {
         return nullptr;
     }
@@ -617,8 +617,8 @@ const ZQSomeIPPlainProgram* programOf(const ZQSomeIPPlainMethod& method)
 
 void attachPlainProgram(ZQSomeIPPlainMethod& method)
 {
-    method.fastDecoder = std::make_shared<ZQSomeIPPlainProgramCache>();
-    method.fastDecoder->owner = &method;
+    method.fastDecoder.cache = std::make_shared<ZQSomeIPPlainProgramCache>();
+    method.fastDecoder.cache->owner = &method;
 }
 
 bool plainProgramDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size, std::string& json,

@@ -21,8 +21,8 @@ namespace ZQSomeIP {
 
 class ZQSomeIPPlainProgram;
 
-// The program of one method the format set owns, compiled on the first decode. Only the method at
-// `owner` uses it: a copy of the method (which its holder may change) decodes the reference way.
+// The program of one method the format set owns, compiled on the first decode. Copies of a method do
+// not carry it (ZQSomeIPPlainProgramSlot), and only the method at `owner` uses it all the same.
 struct ZQSomeIPPlainProgramCache {
     const ZQSomeIPPlainMethod* owner = nullptr;
     std::once_flag once;
