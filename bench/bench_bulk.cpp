@@ -1,5 +1,6 @@
 // Fast paths against the reference converters, measured in the same run (argument fast:1 / fast:0):
 //   BM_BulkDecode, BM_BulkEncode  the bulk workload, one message per iteration, cycling through it
+//   BM_PlainDecode[Reference]     plain compact decode of the bulk workload: compiled program / present decoder
 //   BM_PlainConstructs*           plain decode and encode of a generated workload of every version-2 construct
 //   BM_Lookup                     decode of the last service of a 10,000-service file vs a 1-service file
 //   BM_Load                       loadFormatJson of the 10,000-service file (first_decode:1 adds one decode,
@@ -21,6 +22,7 @@
 
 #include "ZQSomeIPParser.h"
 #include "compiled/ZQSomeIPFormatSet.h"
+#include "compiled/ZQSomeIPPlainProgram.h"
 
 using ZQSomeIP::ZQSomeIPParser;
 
@@ -251,6 +253,28 @@ void BM_PlainDecode(benchmark::State& state)
     });
 }
 BENCHMARK(BM_PlainDecode);
+
+// The same with the decoder the compiled program stands in for: the reference it falls back to.
+void BM_PlainDecodeReference(benchmark::State& state)
+{
+    std::vector<Message>& messages = bulkMessages();
+    auto set = bulkFormatSet();
+    if (messages.empty() || set == nullptr) {
+        state.SkipWithError("set SOMEIP_BULK_DIR (bulk.txt) and SOMEIP_BULK_FORMAT (bulk.json)");
+        return;
+    }
+    std::string json;
+    eachMessage(state, messages.size(), "plain decode failed", [&](size_t i) {
+        const Message& m = messages[i];
+        const ZQSomeIP::ZQSomeIPPlainMethod* method = set->find(kBulkService, m.event, kNotification);
+        const bool ok = method != nullptr &&
+                        ZQSomeIP::plainDecodeReference(*method, m.payload.data(), m.payload.size(), json,
+                                                       ZQSomeIP::ZQSomeIPPlainOptions()).ok();
+        benchmark::DoNotOptimize(json.data());
+        return ok;
+    });
+}
+BENCHMARK(BM_PlainDecodeReference);
 
 void BM_PlainEncode(benchmark::State& state)
 {

@@ -67,6 +67,10 @@ for what, name, goal in (("Plain decode (compact), messages/s", "BM_PlainDecode"
                          ("Plain encode, messages/s", "BM_PlainEncode", ">= 300,000/s")):
     plain, classic = rate(name), rate(name.replace("Plain", "Bulk") + "/fast:1")
     rows.append((what, "", "{:,.0f}".format(plain), "%.2fx the classic fast path" % (plain / classic), goal))
+# The plain decoder's compiled program against the decoder it falls back to.
+ref, fast = rate("BM_PlainDecodeReference"), rate("BM_PlainDecode")
+rows.append(("Plain decode (compact), program vs reference decoder, messages/s", "{:,.0f}".format(ref),
+             "{:,.0f}".format(fast), "%.2fx program/reference" % (fast / ref), ">= 3x"))
 # The generated version-2 workload of every construct (built by the benchmark itself), against the bulk plain rows.
 for what, name in (("Plain decode and encode, every construct: decode, messages/s", "BM_PlainConstructsDecode"),
                    ("Plain decode and encode, every construct: encode, messages/s", "BM_PlainConstructsEncode")):

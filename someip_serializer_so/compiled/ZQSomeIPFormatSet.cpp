@@ -11,6 +11,7 @@
 #include <json/json.h>
 
 #include "ZQSomeIPJsonText.h"
+#include "ZQSomeIPPlainProgram.h"
 #include "ZQSomeIPPlainFormat.h"
 #include "format/ZQSomeIPFormatIndex.h"
 #include "format/ZQSomeIPFormatRules.h"
@@ -223,6 +224,7 @@ public:
                 }
             }
         }
+        attachPlainProgram(*method);
         out = method;
         if (params != nullptr) {
             cache_[params] = method;

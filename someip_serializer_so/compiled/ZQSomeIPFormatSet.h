@@ -131,6 +131,23 @@ struct ZQSomeIPPlainParam {
     uint32_t maxLength = 0;               // unions without a length field: the member area's size
 };
 
+struct ZQSomeIPPlainProgramCache;
+
+// Where the format set keeps the decoder's compiled form of a method it owns (built on first use).
+// Copies start empty: a copy of a method may be changed by its holder, and then decodes as a method
+// built by hand does, only without the compiled form.
+class ZQSomeIPPlainProgramSlot {
+public:
+    ZQSomeIPPlainProgramSlot() = default;
+    ZQSomeIPPlainProgramSlot(const ZQSomeIPPlainProgramSlot&) {}
+    ZQSomeIPPlainProgramSlot& operator=(const ZQSomeIPPlainProgramSlot&)
+    {
+        cache.reset();
+        return *this;
+    }
+    std::shared_ptr<ZQSomeIPPlainProgramCache> cache;
+};
+
 // A method format ready for the plain codec: its parameters and the attributes its service gives.
 struct ZQSomeIPPlainMethod {
     std::vector<ZQSomeIPPlainParam> params;
@@ -146,6 +163,7 @@ struct ZQSomeIPPlainMethod {
     std::string serviceName;
     std::string methodName;
     int majorVersion = -1;    // the service's "MajorVersion", -1 when it has none
+    ZQSomeIPPlainProgramSlot fastDecoder;  // set by the format set for its own methods
 };
 
 // A shared, immutable set of method formats. Loaded once from a format description file or a

@@ -15,6 +15,7 @@
 #include "ZQSomeIPPlainCodec.h"
 #include "ZQSomeIPJsonText.h"
 #include "ZQSomeIPLightJson.h"
+#include "ZQSomeIPPlainProgram.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
 #include "someip/ZQSomeIPPayloadUtf16.h"
@@ -49,15 +50,6 @@ uint32_t lengthFieldSize(Param::Kind kind, const ZQSomeIPExtendAttr& a)
 {
     const uint32_t* size = lengthFieldSizeOf(kind, const_cast<ZQSomeIPExtendAttr&>(a));
     return size == nullptr ? 0 : *size;
-}
-
-// Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
-// terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
-// (inside a length-delimited container) that this file reads and writes itself.
-bool ownStringRules(const Param& p, const ZQSomeIPExtendAttr& a)
-{
-    return p.explicitAttr && (p.fixedLength > 0 || !p.stringBom || !p.stringTerminator ||
-           (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
 }
 
 bool isBasic(const Param& p) { return p.kind <= Param::Double; }
@@ -154,10 +146,26 @@ uint32_t peekLength(const uint8_t* data, size_t at, uint32_t size, const ZQSomeI
     return v;
 }
 
-bool validUtf8(const std::string& s)
+} // namespace
+
+// Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
+// terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
+// (inside a length-delimited container) that this file reads and writes itself.
+bool plainOwnStringRules(const ZQSomeIPPlainParam& p, const ZQSomeIPExtendAttr& a)
+{
+    return p.explicitAttr && (p.fixedLength > 0 || !p.stringBom || !p.stringTerminator ||
+           (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
+}
+
+bool plainValidUtf8(std::string_view s)
 {
     size_t i = 0;
     while (i < s.size()) {
+        uint64_t eight = 0;  // most text is ASCII: eight bytes without a high bit at a time
+        if (i + 8 <= s.size() && (memcpy(&eight, s.data() + i, 8), eight & 0x8080808080808080u) == 0) {
+            i += 8;
+            continue;
+        }
         const auto c = static_cast<unsigned char>(s[i]);
         size_t n = 0;
         uint32_t cp = 0;
@@ -195,8 +203,7 @@ bool validUtf8(const std::string& s)
     return true;
 }
 
-// UTF-16 code units the text becomes (it is valid UTF-8).
-size_t utf16Units(const std::string& s)
+size_t plainUtf16Units(std::string_view s)
 {
     size_t units = 0;
     for (const char c : s) {
@@ -207,6 +214,8 @@ size_t utf16Units(const std::string& s)
     }
     return units;
 }
+
+namespace {
 
 locale_t cLocale()
 {
@@ -256,6 +265,183 @@ private:
     std::vector<Part> parts_;
     size_t depth_ = 0;
 };
+
+// How a basic value of a parameter with enumerators, bit fields or a scale, or a non-finite float, is
+// written: shared by the decoder and (through plainBasicText) the compiled program.
+class NumberText {
+public:
+    NumberText(std::string& out, const ZQSomeIPPlainOptions& options) : out_(out), options_(options) {}
+
+    // Enumerated, bit field and scaled numbers. Kept out of line: most numbers are plain, and the
+    // number readers stay small enough to be inlined where values are dispatched.
+    template <typename T>
+    __attribute__((noinline)) bool special(const Param& p, T v)
+    {
+        if constexpr (std::is_floating_point<T>::value) {
+            scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
+        } else {
+            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
+            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
+            constexpr bool isSigned = std::is_signed<T>::value;
+            if (p.bitfield) {
+                out_ += '{';
+                for (const ZQSomeIPPlainBit& b : p.bits) {
+                    out_ += b.key;
+                    const uint64_t field = (bits >> b.bit) & fieldMask(b.width);
+                    if (!b.enumerators.empty()) {
+                        enumerated(b.enumerators, field, false, [this, field] { appendNumber(out_, field, false); });
+                    } else if (b.width == 1) {
+                        out_ += field != 0 ? "true" : "false";
+                    } else {
+                        appendNumber(out_, field, false);
+                    }
+                    out_ += ',';
+                }
+                out_ += "\"$raw\":";
+                appendNumber(out_, bits, false);
+                out_ += '}';
+                return true;
+            }
+            auto number = [this, &p, bits] {
+                if (p.scaled) {
+                    const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
+                    scaledValue(p, x, [this, bits] { appendNumber(out_, bits, isSigned); });
+                } else {
+                    appendNumber(out_, bits, isSigned);
+                }
+            };
+            if (!p.enumerators.empty()) {
+                enumerated(p.enumerators, bits, isSigned, number);
+            } else {
+                number();
+            }
+        }
+        return true;
+    }
+
+    template <typename T>
+    void raw(T v)
+    {
+        if (!std::isfinite(v)) {
+            nonFinite(v);
+            return;
+        }
+        char text[64];
+        const auto res = std::to_chars(text, text + sizeof(text), v);
+        out_.append(text, static_cast<size_t>(res.ptr - text));
+    }
+
+    template <typename Number>
+    void enumerated(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t bits, bool isSigned, Number number)
+    {
+        const ZQSomeIPPlainEnumerator* e = enumeratorOf(list, bits, isSigned);
+        switch (options_.enumStyle) {
+        case ZQSomeIPEnumStyle::Value:
+            number();
+            return;
+        case ZQSomeIPEnumStyle::Name:
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                number();
+            }
+            return;
+        case ZQSomeIPEnumStyle::Both:
+            out_ += "{\"name\":";
+            if (e != nullptr) {
+                appendJsonString(out_, e->name);
+            } else {
+                out_ += "null";
+            }
+            out_ += ",\"value\":";
+            number();
+            out_ += '}';
+            return;
+        }
+    }
+
+    template <typename Raw>
+    void scaledValue(const Param& p, double x, Raw rawText)
+    {
+        if (!p.scaled || options_.scaled == ZQSomeIPScaledStyle::Raw) {
+            rawText();
+            return;
+        }
+        const double physical = x * p.scale.factor + p.scale.offset;
+        if (options_.scaled == ZQSomeIPScaledStyle::Physical) {
+            raw(physical);
+            return;
+        }
+        out_ += "{\"raw\":";
+        rawText();
+        out_ += ",\"value\":";
+        raw(physical);
+        if (!p.scale.unit.empty()) {
+            out_ += ",\"unit\":";
+            appendJsonString(out_, p.scale.unit);
+        }
+        out_ += '}';
+    }
+
+    template <typename T>
+    void nonFinite(T v)
+    {
+        if (std::isinf(v)) {
+            out_ += v > 0 ? "\"Infinity\"" : "\"-Infinity\"";
+            return;
+        }
+        using Bits = typename std::conditional<sizeof(T) == 4, uint32_t, uint64_t>::type;
+        Bits bits = 0;
+        memcpy(&bits, &v, sizeof(bits));
+        const Bits quiet = sizeof(T) == 4 ? Bits(0x7FC00000u) : Bits(0x7FF8000000000000ull);
+        if (bits == quiet) {
+            out_ += "\"NaN\"";
+            return;
+        }
+        char hex[32];
+        const auto res = std::to_chars(hex, hex + sizeof(hex), bits, 16);
+        out_ += "\"NaN:0x";
+        out_.append(hex, static_cast<size_t>(res.ptr - hex));
+        out_ += '"';
+    }
+
+private:
+    std::string& out_;
+    const ZQSomeIPPlainOptions& options_;
+};
+
+template <typename T> void basicText(NumberText& text, const Param& p, uint64_t bits)
+{
+    T v;
+    memcpy(&v, &bits, sizeof(v));  // the low bytes: the host is little endian, as the engines take it
+    if (p.bitfield || !p.enumerators.empty() || p.scaled) {
+        text.special(p, v);
+    } else if constexpr (std::is_floating_point<T>::value) {
+        text.nonFinite(v);
+    }
+}
+
+} // namespace
+
+void plainBasicText(std::string& out, const ZQSomeIPPlainParam& p, const ZQSomeIPPlainOptions& options, uint64_t bits)
+{
+    NumberText text(out, options);
+    switch (p.kind) {
+    case Param::UInt8: return basicText<uint8_t>(text, p, bits);
+    case Param::UInt16: return basicText<uint16_t>(text, p, bits);
+    case Param::UInt32: return basicText<uint32_t>(text, p, bits);
+    case Param::UInt64: return basicText<uint64_t>(text, p, bits);
+    case Param::Int8: return basicText<int8_t>(text, p, bits);
+    case Param::Int16: return basicText<int16_t>(text, p, bits);
+    case Param::Int32: return basicText<int32_t>(text, p, bits);
+    case Param::Int64: return basicText<int64_t>(text, p, bits);
+    case Param::Float: return basicText<float>(text, p, bits);
+    case Param::Double: return basicText<double>(text, p, bits);
+    default: return;
+    }
+}
+
+namespace {
 
 // ---------------------------------------------------------------------------------------------------
 // Decode
@@ -485,13 +671,13 @@ private:
             return basicFailed(r, base, at, sizeof(T), p);
         }
         if (p.bitfield || !p.enumerators.empty() || p.scaled) {
-            return special(p, v);
+            return NumberText(out_, options_).special(p, v);
         }
         char text[64];
         std::to_chars_result res{};
         if constexpr (std::is_floating_point<T>::value) {
             if (!std::isfinite(v)) {
-                nonFinite(v);
+                NumberText(out_, options_).nonFinite(v);
                 return true;
             }
             res = std::to_chars(text, text + sizeof(text), v);
@@ -500,139 +686,6 @@ private:
         }
         out_.append(text, static_cast<size_t>(res.ptr - text));
         return true;
-    }
-
-    // Enumerated, bit field and scaled numbers. Kept out of line: most numbers are plain, and the
-    // number readers stay small enough to be inlined where values are dispatched.
-    template <typename T>
-    __attribute__((noinline)) bool special(const Param& p, T v)
-    {
-        if constexpr (std::is_floating_point<T>::value) {
-            scaledValue(p, static_cast<double>(v), [this, v] { raw(v); });
-        } else {
-            using Wide = typename std::conditional<std::is_signed<T>::value, int64_t, uint64_t>::type;
-            const uint64_t bits = static_cast<uint64_t>(static_cast<Wide>(v));
-            constexpr bool isSigned = std::is_signed<T>::value;
-            if (p.bitfield) {
-                out_ += '{';
-                for (const ZQSomeIPPlainBit& b : p.bits) {
-                    out_ += b.key;
-                    const uint64_t field = (bits >> b.bit) & fieldMask(b.width);
-                    if (!b.enumerators.empty()) {
-                        enumerated(b.enumerators, field, false, [this, field] { appendNumber(out_, field, false); });
-                    } else if (b.width == 1) {
-                        out_ += field != 0 ? "true" : "false";
-                    } else {
-                        appendNumber(out_, field, false);
-                    }
-                    out_ += ',';
-                }
-                out_ += "\"$raw\":";
-                appendNumber(out_, bits, false);
-                out_ += '}';
-                return true;
-            }
-            auto number = [this, &p, bits] {
-                if (p.scaled) {
-                    const double x = isSigned ? static_cast<double>(static_cast<int64_t>(bits)) : static_cast<double>(bits);
-                    scaledValue(p, x, [this, bits] { appendNumber(out_, bits, isSigned); });
-                } else {
-                    appendNumber(out_, bits, isSigned);
-                }
-            };
-            if (!p.enumerators.empty()) {
-                enumerated(p.enumerators, bits, isSigned, number);
-            } else {
-                number();
-            }
-        }
-        return true;
-    }
-
-    template <typename T>
-    void raw(T v)
-    {
-        if (!std::isfinite(v)) {
-            nonFinite(v);
-            return;
-        }
-        char text[64];
-        const auto res = std::to_chars(text, text + sizeof(text), v);
-        out_.append(text, static_cast<size_t>(res.ptr - text));
-    }
-
-    template <typename Number>
-    void enumerated(const std::vector<ZQSomeIPPlainEnumerator>& list, uint64_t bits, bool isSigned, Number number)
-    {
-        const ZQSomeIPPlainEnumerator* e = enumeratorOf(list, bits, isSigned);
-        switch (options_.enumStyle) {
-        case ZQSomeIPEnumStyle::Value:
-            number();
-            return;
-        case ZQSomeIPEnumStyle::Name:
-            if (e != nullptr) {
-                appendJsonString(out_, e->name);
-            } else {
-                number();
-            }
-            return;
-        case ZQSomeIPEnumStyle::Both:
-            out_ += "{\"name\":";
-            if (e != nullptr) {
-                appendJsonString(out_, e->name);
-            } else {
-                out_ += "null";
-            }
-            out_ += ",\"value\":";
-            number();
-            out_ += '}';
-            return;
-        }
-    }
-
-    template <typename Raw>
-    void scaledValue(const Param& p, double x, Raw rawText)
-    {
-        if (!p.scaled || options_.scaled == ZQSomeIPScaledStyle::Raw) {
-            rawText();
-            return;
-        }
-        const double physical = x * p.scale.factor + p.scale.offset;
-        if (options_.scaled == ZQSomeIPScaledStyle::Physical) {
-            raw(physical);
-            return;
-        }
-        out_ += "{\"raw\":";
-        rawText();
-        out_ += ",\"value\":";
-        raw(physical);
-        if (!p.scale.unit.empty()) {
-            out_ += ",\"unit\":";
-            appendJsonString(out_, p.scale.unit);
-        }
-        out_ += '}';
-    }
-
-    template <typename T>
-    void nonFinite(T v)
-    {
-        if (std::isinf(v)) {
-            out_ += v > 0 ? "\"Infinity\"" : "\"-Infinity\"";
-            return;
-        }
-        using Bits = typename std::conditional<sizeof(T) == 4, uint32_t, uint64_t>::type;
-        Bits bits = 0;
-        memcpy(&bits, &v, sizeof(bits));
-        const Bits quiet = sizeof(T) == 4 ? Bits(0x7FC00000u) : Bits(0x7FF8000000000000ull);
-        if (bits == quiet) {
-            out_ += "\"NaN\"";
-            return;
-        }
-        char hex[32];
-        const auto res = std::to_chars(hex, hex + sizeof(hex), bits, 16);
-        out_ += "\"NaN:0x";
-        out_.append(hex, static_cast<size_t>(res.ptr - hex));
-        out_ += '"';
     }
 
     bool basicFailed(Reader& r, size_t base, size_t at, size_t width, const Param& p)
@@ -667,7 +720,7 @@ private:
         }
         // Where the length field was: after at most 7 bytes of alignment padding.
         const size_t end = r.get_index();
-        const size_t expected = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+        const size_t expected = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * plainUtf16Units(text)
                                                                                  : 4 + text.size();
         for (size_t pad = 0; pad < 8 && at + pad + lfs <= end; ++pad) {
             const uint32_t length = peekLength(data_ + base, at + pad, lfs, ea);
@@ -681,7 +734,7 @@ private:
                 return fail(Error::BadString, base + at, "a UTF-16 string of an odd number of bytes");
             }
         }
-        if (!validUtf8(text)) {
+        if (!plainValidUtf8(text)) {
             return fail(Error::BadString, base + at, "the string is not valid UTF-8");
         }
         // UTF-16 text keeps zero units that stand before the terminator; a reader would stop there.
@@ -753,7 +806,7 @@ private:
     {
         const bool utf16 = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16;
         const size_t mark = p.stringBom ? (utf16 ? 2 : 3) : 0;
-        const size_t textBytes = utf16 ? 2 * utf16Units(text) : text.size();
+        const size_t textBytes = utf16 ? 2 * plainUtf16Units(text) : text.size();
         for (size_t i = mark + textBytes; i < n; ++i) {
             if (d[i] != 0) {
                 return false;
@@ -798,7 +851,7 @@ private:
         }
         if (!utf16) {
             text.assign(reinterpret_cast<const char*>(d + i), end - i);
-            if (!validUtf8(text)) {
+            if (!plainValidUtf8(text)) {
                 why = "the string is not valid UTF-8";
                 return false;
             }
@@ -864,7 +917,7 @@ private:
         // The writer opens a top-level container without padding and so drops a pending "align the
         // next element" (left by a string or vector before it); the reader would keep it for the
         // next value. Dropped here as well, so that both directions agree on where values lie.
-        if (depth == 1 && (p.kind >= Param::Structure || (p.kind == Param::String && ownStringRules(p, ea)))) {
+        if (depth == 1 && (p.kind >= Param::Structure || (p.kind == Param::String && plainOwnStringRules(p, ea)))) {
             r.calc_size(ZQ_SOMEIP_PAYLOAD_ALIGNMENT_NONE, 0);
         }
         switch (p.kind) {
@@ -887,7 +940,7 @@ private:
         case Param::Int64: return number<int64_t>(r, base, p, a);
         case Param::Float: return number<float>(r, base, p, a);
         case Param::Double: return number<double>(r, base, p, a);
-        case Param::String: return ownStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
+        case Param::String: return plainOwnStringRules(p, ea) ? ownString(r, base, p, ea, over != nullptr) : string(r, base, ea, a);
         case Param::Structure: return structValue(r, base, p, depth, ea, a);
         case Param::Union: return unionValue(r, base, p, depth, ea, over != nullptr);
         case Param::Array: return arrayValue(r, base, p, depth, ea, a);
@@ -1508,17 +1561,17 @@ private:
             return fail(Error::WrongType, "expects a string");
         }
         const std::string text(v.text);
-        if (!validUtf8(text)) {
+        if (!plainValidUtf8(text)) {
             return fail(Error::BadString, "is not valid UTF-8");
         }
         // Readers take a zero for the terminator, so what follows it would be lost.
         if (text.find('\0') != std::string::npos) {
             return fail(Error::BadString, "holds a zero character, which ends a string on the wire");
         }
-        if (ownStringRules(p, ea)) {
+        if (plainOwnStringRules(p, ea)) {
             return ownString(text, p, ea, tlvMember);
         }
-        const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * utf16Units(text)
+        const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * plainUtf16Units(text)
                                                                                : 4 + text.size();
         if (length > lengthCapacity(ea.string_length_field_size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
@@ -1779,8 +1832,19 @@ ZQSomeIPPlainStatus plainDecode(const ZQSomeIPFormatSet& formats, int serviceID,
     return plainDecode(*m, payload, size, json, options);
 }
 
+// The compiled program where it is sure of the result, the reference decoder otherwise.
 ZQSomeIPPlainStatus plainDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
                                 std::string& json, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (plainProgramDecode(method, payload, size, json, options, status)) {
+        return status;
+    }
+    return plainDecodeReference(method, payload, size, json, options);
+}
+
+ZQSomeIPPlainStatus plainDecodeReference(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size,
+                                         std::string& json, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
     if (!usable(method, status)) {
