@@ -104,6 +104,26 @@ TEST_F(Tool, HelpOfEveryCommandAndVersion)
     EXPECT_TRUE(std::regex_match(out, std::regex("someip-json [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << out;
 }
 
+// Both end with status 2, but only a mistake on the command line points at --help.
+TEST_F(Tool, OnlyUsageErrorsPointAtHelp)
+{
+    const struct {
+        std::string args;
+        bool hint;
+    } cases[] = {
+        {"decode --service 1 --method 1 --type request --payload 00", true},  // --formats missing
+        {"capture x.pcap --formats x --service zz", true},
+        {"decode --formats " SOMEIP_EXAMPLES_DIR " --stream /nonexistent", false},
+        {"capture /nonexistent.pcap --formats " SOMEIP_EXAMPLES_DIR, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, "", out, err), 2);
+        EXPECT_EQ(err.find("(see --help)") != std::string::npos, c.hint) << err;
+    }
+}
+
 // Run in order: a document written is read back by the next run.
 TEST_F(Tool, ConvertsAndReportsErrors)
 {

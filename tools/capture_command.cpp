@@ -175,13 +175,13 @@ private:
     void filter()
     {
         if (!service_.empty() && !parseId(service_, service_filter_.value)) {
-            fail(kExitUsage, "--service: invalid service ID '" + service_ + "'");
+            failUsage("--service: invalid service ID '" + service_ + "'");
         }
         if (!method_.empty() && !parseId(method_, method_filter_.value)) {
-            fail(kExitUsage, "--method: invalid method ID '" + method_ + "'");
+            failUsage("--method: invalid method ID '" + method_ + "'");
         }
         if (!type_.empty() && !parseMessageType(type_, type_filter_.value)) {
-            fail(kExitUsage, "--type: invalid message type '" + type_ + "'");
+            failUsage("--type: invalid message type '" + type_ + "'");
         }
         service_filter_.on = !service_.empty();
         method_filter_.on = !method_.empty();

@@ -25,7 +25,7 @@ report::SignalChoice parseSignal(const std::string& text)
     const size_t first = text.find('.');
     const size_t second = first == std::string::npos ? first : text.find('.', first + 1);
     if (second == std::string::npos || first == 0 || second == first + 1 || second + 1 == text.size()) {
-        fail(kExitUsage, "--signal: expected SERVICE.METHOD.PATH, got '" + text + "'");
+        failUsage("--signal: expected SERVICE.METHOD.PATH, got '" + text + "'");
     }
     report::SignalChoice c;
     const std::string service = text.substr(0, first), method = text.substr(first + 1, second - first - 1);

@@ -69,7 +69,7 @@ int runParsed(const std::vector<std::unique_ptr<Subcommand>>& commands, const st
             }
         }
     } catch (const ToolError& e) {
-        printError(e.message + (e.status == kExitUsage ? " (see --help)" : ""));
+        printError(e.message + (e.usage ? " (see --help)" : ""));
         status = e.status;
     } catch (const std::exception& e) {
         // The library lets errors of its JSON and text conversion dependencies through.

@@ -74,6 +74,11 @@ CLI::Validator textCheck(const std::string& what, bool (*accept)(std::string_vie
     throw ToolError{status, message};
 }
 
+[[noreturn]] void failUsage(const std::string& message)
+{
+    throw ToolError{kExitUsage, message, true};
+}
+
 bool parseId(std::string_view text, int& out)
 {
     int base = 10;
@@ -185,7 +190,7 @@ Route RouteOptions::route() const
     // Not marked required for CLI11: stream mode names the message on every line instead.
     for (const auto& [text, option] : {std::pair(&service, "service"), {&method, "method"}, {&type, "type"}}) {
         if (text->empty()) {
-            fail(kExitUsage, std::string("missing option '--") + option + "'");
+            failUsage(std::string("missing option '--") + option + "'");
         }
     }
     Route r;

@@ -27,9 +27,13 @@ constexpr int kExitUsage = 2;   // bad command line or unreadable input
 struct ToolError {
     int status;
     std::string message;
+    bool usage = false;  // a mistake on the command line: the message points at --help
 };
 
+// Input that cannot be read or written, or that the command cannot take: the message says which.
 [[noreturn]] void fail(int status, const std::string& message);
+// A mistake on the command line (exit status 2): the message points at --help.
+[[noreturn]] void failUsage(const std::string& message);
 
 // One subcommand of the tool. main gives it its own CLI::App to declare options on, and calls run()
 // once the command line parsed cleanly. A new subcommand is a new class and one line in main's list.
