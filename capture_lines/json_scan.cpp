@@ -185,7 +185,6 @@ bool JsonScanner::skipValue(std::string_view& span, int depth)
 {
     const char c = peek();
     const size_t begin = at_;
-    std::string scratch;
     std::string_view s;
     bool ok = true;
     if (c == '{' || c == '[') {
@@ -197,7 +196,7 @@ bool JsonScanner::skipValue(std::string_view& span, int depth)
         if (!take(close)) {
             do {
                 std::string_view inner;
-                if (c == '{' && !(string(scratch, s) && take(':'))) {
+                if (c == '{' && !(string(skipScratch_, s) && take(':'))) {
                     return false;
                 }
                 if (!skipValue(inner, depth + 1)) {
@@ -207,7 +206,7 @@ bool JsonScanner::skipValue(std::string_view& span, int depth)
             ok = take(close);
         }
     } else if (c == '"') {
-        ok = string(scratch, s);
+        ok = string(skipScratch_, s);
     } else if (c == 't' || c == 'f' || c == 'n') {
         ok = literal("true") || literal("false") || literal("null");
     } else {

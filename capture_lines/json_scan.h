@@ -55,6 +55,7 @@ private:
 
     std::string_view text_;
     size_t at_ = 0;
+    std::string skipScratch_;  // strings passed over by skipValue
 };
 
 // What a walk finds, in text order. Keys come before their member's value.

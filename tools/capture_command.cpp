@@ -111,9 +111,7 @@ public:
             }
         });
         formats_.define(app);
-        app.add_option("--port", ports_, "UDP/TCP port carrying SOME/IP (repeatable); default: any port whose "
-                                         "datagrams have consistent SOME/IP headers")
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        addPortOption(app, ports_);
         app.add_option("--service", service_, "Only messages of this service ID");
         app.add_option("--method", method_, "Only messages of this method or event ID");
         app.add_option("--type", type_, "Only messages of this message type (number or name)");

@@ -54,9 +54,7 @@ public:
         app.add_option("files", files_, "Capture files (pcap or pcapng); - for standard input")->required();
         formats_.define(app);
         app.add_option("-o,--output", output_, "The HTML file to write")->required()->type_name("FILE");
-        app.add_option("--port", ports_, "UDP/TCP port carrying SOME/IP (repeatable); default: any port whose "
-                                         "datagrams have consistent SOME/IP headers")
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        addPortOption(app, ports_);
         app.add_option("--signal", signals_, "Plot this value: SERVICE.METHOD.PATH, service and method by ID or "
                                              "name (repeatable); default: every numeric value")
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);

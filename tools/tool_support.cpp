@@ -74,6 +74,13 @@ CLI::Validator textCheck(const std::string& what, bool (*accept)(std::string_vie
     throw ToolError{status, message};
 }
 
+void addPortOption(CLI::App& app, std::vector<uint16_t>& ports)
+{
+    app.add_option("--port", ports, "UDP/TCP port carrying SOME/IP (repeatable); default: any port whose "
+                                    "datagrams have consistent SOME/IP headers")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 [[noreturn]] void failUsage(const std::string& message)
 {
     throw ToolError{kExitUsage, message, true};

@@ -32,6 +32,9 @@ struct ToolError {
 
 // Input that cannot be read or written, or that the command cannot take: the message says which.
 [[noreturn]] void fail(int status, const std::string& message);
+
+// --port of the commands that read captures: the UDP/TCP ports carrying SOME/IP (repeatable).
+void addPortOption(CLI::App& app, std::vector<uint16_t>& ports);
 // A mistake on the command line (exit status 2): the message points at --help.
 [[noreturn]] void failUsage(const std::string& message);
 
