@@ -114,6 +114,7 @@ struct Summary {
     std::map<std::string, size_t> byCode;
     size_t warned = 0;  // messages that converted with skipped bytes
     size_t firstWarnedLine = 0;
+    size_t brokenFormats = 0;
 
     void print() const
     {
@@ -131,13 +132,13 @@ struct Summary {
             text += "; warnings: " + std::to_string(warned) + " (first on line " + std::to_string(firstWarnedLine) +
                     ")";
         }
-        std::fprintf(stderr, "%s\n", text.c_str());
+        std::fprintf(stderr, "%s%s\n", text.c_str(), brokenNote(brokenFormats).c_str());
     }
 };
 
 } // namespace
 
-int runStream(Converter& converter, Direction direction, const std::string& input)
+int runStream(Converter& converter, Direction direction, const std::string& input, size_t brokenFormats)
 {
     const bool standardInput = input == "-";
     const auto close = [standardInput](std::FILE* f) {
@@ -152,6 +153,7 @@ int runStream(Converter& converter, Direction direction, const std::string& inpu
     }
     LineConverter lines(converter, direction);
     Summary summary;
+    summary.brokenFormats = brokenFormats;
     std::string out;
     out.reserve(kFlushAt * 2);
     Failure failure;
