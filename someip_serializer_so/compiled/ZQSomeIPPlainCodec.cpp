@@ -1909,8 +1909,19 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPFormatSet& formats, int serviceID,
     return plainEncode(*m, json, payload, options);
 }
 
+// The compiled program where it is sure of the result, the reference encoder otherwise.
 ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
                                 std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (plainProgramEncode(method, json, payload, status)) {
+        return status;
+    }
+    return plainEncodeReference(method, json, payload, options);
+}
+
+ZQSomeIPPlainStatus plainEncodeReference(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                         std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
     if (!usable(method, status)) {
