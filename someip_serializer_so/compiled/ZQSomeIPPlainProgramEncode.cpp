@@ -149,7 +149,8 @@ private:
     // The literal as the decoder writes it, or with blanks between its tokens.
     bool literal(const char* t, size_t n)
     {
-        if (static_cast<size_t>(end_ - p_) >= n + 16 ? same(t, n) : memcmp(p_, t, n) == 0) {
+        const size_t left = static_cast<size_t>(end_ - p_);
+        if (left >= n + 16 ? same(t, n) : left >= n && memcmp(p_, t, n) == 0) {
             p_ += n;
             return true;
         }
