@@ -64,6 +64,10 @@ ZQ_SOMEIP_API ZQSomeIPPlainStatus plainEncodeReference(const ZQSomeIPPlainMethod
 void plainBasicText(std::string& out, const ZQSomeIPPlainParam& p, const ZQSomeIPPlainOptions& options,
                     uint64_t bits);
 
+// The largest length a length field of `fieldSize` bytes (1, 2 or 4) holds: a longer string, struct or
+// list fails to encode (defined in ZQSomeIPPlainCodec.cpp).
+uint64_t plainLengthCapacity(uint32_t fieldSize);
+
 // Rules both decoders apply to strings (defined in ZQSomeIPPlainCodec.cpp): whether a string is read
 // as a byte block by the codec's own rules rather than by the engine's, and what valid text is.
 bool plainOwnStringRules(const ZQSomeIPPlainParam& p, const ZQSomeIPExtendAttr& a);

@@ -8,16 +8,15 @@
 // would fail -- hands the whole call to the reference encoder, which then gives its own result. So
 // every payload written here is one the reference writes from the same text: without alignment the
 // writer never pads, and a payload is the values' bytes with each length field patched on closing.
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <exception>
-#include <limits>
 #include <type_traits>
 
 #include "ZQSomeIPPlainProgram.h"
 #include "ZQSomeIPPlainProgramOps.h"
-#include "someip/ZQSomeIPPayloadFrameRules.h"
 #include "someip/ZQSomeIPPayloadUtf16.h"
 
 namespace ZQSomeIP {
@@ -85,8 +84,6 @@ void putField(uint8_t* out, uint32_t lfs, uint32_t value, bool little)
     }
 }
 
-uint64_t capacity(uint32_t lfs) { return lfs >= 4 ? 0xFFFFFFFFull : (uint64_t(1) << (8 * lfs)) - 1; }
-
 class Runner {
 public:
     Runner(const ZQSomeIPPlainProgram& program, std::string_view json, std::vector<uint8_t>& buffer)
@@ -106,16 +103,16 @@ public:
             bool ok = true;
             switch (op.code) {
             case Bool: ok = boolean(); ++pc; break;
-            case U8: ok = integer<uint8_t>(op); ++pc; break;
-            case U16: ok = integer<uint16_t>(op); ++pc; break;
-            case U32: ok = integer<uint32_t>(op); ++pc; break;
-            case U64: ok = integer<uint64_t>(op); ++pc; break;
-            case I8: ok = integer<int8_t>(op); ++pc; break;
-            case I16: ok = integer<int16_t>(op); ++pc; break;
-            case I32: ok = integer<int32_t>(op); ++pc; break;
-            case I64: ok = integer<int64_t>(op); ++pc; break;
-            case F32: ok = floating<float>(op); ++pc; break;
-            case F64: ok = floating<double>(op); ++pc; break;
+            case U8: ok = value<uint8_t>(op); ++pc; break;
+            case U16: ok = value<uint16_t>(op); ++pc; break;
+            case U32: ok = value<uint32_t>(op); ++pc; break;
+            case U64: ok = value<uint64_t>(op); ++pc; break;
+            case I8: ok = value<int8_t>(op); ++pc; break;
+            case I16: ok = value<int16_t>(op); ++pc; break;
+            case I32: ok = value<int32_t>(op); ++pc; break;
+            case I64: ok = value<int64_t>(op); ++pc; break;
+            case F32: ok = value<float>(op); ++pc; break;
+            case F64: ok = value<double>(op); ++pc; break;
             case Utf8:
             case Utf16: ok = string(op); ++pc; break;
             case StructOpen: open(op); ++pc; break;
@@ -221,89 +218,63 @@ private:
         out_.put(&w, sizeof(w));
     }
 
-    // A JSON number's digits from `p_`: an integer part without leading zeros, then whether a fraction
-    // or exponent follows. False for text that is not a JSON number.
-    bool digits(const char*& first, const char*& last, bool& fraction)
+    // A JSON number from `p_` (skipped), with a fraction or exponent only where `fractions` allows one.
+    bool number(bool fractions)
     {
-        first = p_;
-        if (p_ != end_ && *p_ == '-') {
-            ++p_;
-        }
-        const char* start = p_;
-        while (p_ != end_ && *p_ >= '0' && *p_ <= '9') {
-            ++p_;
-        }
-        if (p_ == start || (*start == '0' && p_ - start > 1)) {
-            return false;
-        }
-        last = p_;
-        fraction = p_ != end_ && (*p_ == '.' || *p_ == 'e' || *p_ == 'E');
-        return true;
-    }
-
-    // An integer literal its type holds; a special parameter (enumerators, bit fields, a scale) is
-    // left to the reference whole.
-    template <typename T> bool integer(const Op& op)
-    {
-        const char* first = nullptr;
-        const char* last = nullptr;
-        bool fraction = false;
-        skipBlanks();
-        if (op.special || !digits(first, last, fraction) || fraction) {
-            return false;
-        }
-        T v{};
-        const auto res = std::from_chars(first, last, v);
-        if (res.ec != std::errc() || res.ptr != last) {
-            return false;
-        }
-        put(v, op.little);
-        return true;
-    }
-
-    // A number that reads as a finite value of the type (from_chars rounds as strtod does; what it
-    // calls out of range, including text that rounds to zero or infinity, is left to the reference).
-    template <typename T> bool floating(const Op& op)
-    {
-        const char* first = nullptr;
-        const char* last = nullptr;
-        bool fraction = false;
-        skipBlanks();
-        if (op.special || !digits(first, last, fraction)) {
-            return false;
-        }
-        if (fraction && !fractionAndExponent()) {
-            return false;
-        }
-        T v{};
-        const auto res = std::from_chars(first, p_, v);
-        if (res.ec != std::errc() || res.ptr != p_ || !std::isfinite(v)) {
-            return false;
-        }
-        put(v, op.little);
-        return true;
-    }
-
-    // The fraction and exponent of a JSON number, from `p_`.
-    bool fractionAndExponent()
-    {
-        const auto run = [this] {
+        const auto digits = [this] {
             const char* start = p_;
             while (p_ != end_ && *p_ >= '0' && *p_ <= '9') {
                 ++p_;
             }
-            return p_ != start;
+            return static_cast<size_t>(p_ - start);
         };
-        if (*p_ == '.' && (++p_, !run())) {
+        if (p_ != end_ && *p_ == '-') {
+            ++p_;
+        }
+        const char* integral = p_;
+        const size_t n = digits();
+        if (n == 0 || (n > 1 && *integral == '0')) {
             return false;
+        }
+        if (p_ != end_ && *p_ == '.') {
+            ++p_;
+            if (!fractions || digits() == 0) {
+                return false;
+            }
         }
         if (p_ != end_ && (*p_ == 'e' || *p_ == 'E')) {
             ++p_;
             if (p_ != end_ && (*p_ == '+' || *p_ == '-')) {
                 ++p_;
             }
-            return run();
+            if (!fractions || digits() == 0) {
+                return false;
+            }
         }
+        return true;
+    }
+
+    // A number its type holds: integers written as such, floats as a finite value (from_chars rounds
+    // as strtod does; what it calls out of range is left to the reference). A special parameter
+    // (enumerators, bit fields, a scale) is left to the reference whole.
+    template <typename T> bool value(const Op& op)
+    {
+        constexpr bool floating = std::is_floating_point<T>::value;
+        const char* first = skipBlanks();
+        if (op.special || !number(floating)) {
+            return false;
+        }
+        T v{};
+        const auto res = std::from_chars(first, p_, v);
+        if (res.ec != std::errc() || res.ptr != p_) {
+            return false;
+        }
+        if constexpr (floating) {
+            if (!std::isfinite(v)) {
+                return false;
+            }
+        }
+        put(v, op.little);
         return true;
     }
 
@@ -329,7 +300,7 @@ private:
         if (op.code == Utf16) {
             return utf16(op, text);
         }
-        if (4 + uint64_t(text.size()) > capacity(op.lfs)) {
+        if (4 + uint64_t(text.size()) > plainLengthCapacity(op.lfs)) {
             return false;
         }
         uint8_t* at = out_.reserve(op.lfs + 3 + text.size() + 1);
@@ -349,7 +320,7 @@ private:
             return false;
         }
         const uint64_t length = 4 + 2 * uint64_t(units.size());
-        if (length > capacity(op.lfs)) {
+        if (length > plainLengthCapacity(op.lfs)) {
             return false;
         }
         uint8_t* at = out_.reserve(op.lfs + length);
@@ -382,7 +353,7 @@ private:
             return true;
         }
         const uint64_t length = out_.size() - f.start - op.lfs;
-        if (length > capacity(op.lfs)) {
+        if (length > plainLengthCapacity(op.lfs)) {
             return false;
         }
         putField(out_.written(f.start), op.lfs, static_cast<uint32_t>(length), op.little);
