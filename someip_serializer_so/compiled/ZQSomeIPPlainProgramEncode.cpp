@@ -422,19 +422,22 @@ bool plainProgramEncode(const ZQSomeIPPlainMethod& method, std::string_view json
     }
     thread_local std::vector<uint8_t> buffer;
     size_t size = 0;
+    bool taken = false;
     try {
-        if (!Runner(*compiled, json, buffer).run(size)) {
-            return false;
-        }
-        payload.assign(buffer.data(), buffer.data() + size);
-        if (buffer.size() > kKeptBuffer) {
-            std::vector<uint8_t>().swap(buffer);
+        taken = Runner(*compiled, json, buffer).run(size);
+        if (taken) {
+            payload.assign(buffer.data(), buffer.data() + size);  // leaves `payload` as it was if it throws
         }
     } catch (const std::exception&) {
-        return false;  // out of memory: the reference reports it its own way
+        taken = false;  // out of memory: the reference reports it its own way
     }
-    status = ZQSomeIPPlainStatus();
-    return true;
+    if (buffer.size() > kKeptBuffer) {
+        std::vector<uint8_t>().swap(buffer);
+    }
+    if (taken) {
+        status = ZQSomeIPPlainStatus();
+    }
+    return taken;
 }
 
 } // namespace ZQSomeIP
