@@ -1,6 +1,7 @@
 // Fast paths against the reference converters, measured in the same run (argument fast:1 / fast:0):
 //   BM_BulkDecode, BM_BulkEncode  the bulk workload, one message per iteration, cycling through it
 //   BM_PlainDecode[Reference]     plain compact decode of the bulk workload: compiled program / present decoder
+//   BM_PlainEncode[Reference]     plain encode of that text back to the payloads: compiled program / present encoder
 //   BM_PlainConstructs*           plain decode and encode of a generated workload of every version-2 construct
 //   BM_Lookup                     decode of the last service of a 10,000-service file vs a 1-service file
 //   BM_Load                       loadFormatJson of the 10,000-service file (first_decode:1 adds one decode,
@@ -274,7 +275,9 @@ void BM_PlainDecodeReference(benchmark::State& state)
 }
 BENCHMARK(BM_PlainDecodeReference);
 
-void BM_PlainEncode(benchmark::State& state)
+// Plain encode of the decoded text of every bulk message by `encode(set, message, text, payload)`.
+template <typename Encode>
+void plainEncodeEach(benchmark::State& state, Encode encode)
 {
     std::vector<Message>& messages = bulkMessages();
     std::vector<std::string>& inputs = plainInputs();
@@ -285,12 +288,32 @@ void BM_PlainEncode(benchmark::State& state)
     }
     std::vector<uint8_t> payload;
     eachMessage(state, inputs.size(), "plain encode failed", [&](size_t i) {
-        const bool ok = ZQSomeIP::plainEncode(*set, kBulkService, messages[i].event, kNotification, inputs[i], payload).ok();
+        const bool ok = encode(*set, messages[i], inputs[i], payload);
         benchmark::DoNotOptimize(payload.data());
         return ok;
     });
 }
+
+void BM_PlainEncode(benchmark::State& state)
+{
+    plainEncodeEach(state, [](const ZQSomeIP::ZQSomeIPFormatSet& set, const Message& m, const std::string& json,
+                              std::vector<uint8_t>& payload) {
+        return ZQSomeIP::plainEncode(set, kBulkService, m.event, kNotification, json, payload).ok();
+    });
+}
 BENCHMARK(BM_PlainEncode);
+
+// The same with the encoder the compiled program stands in for: the reference it falls back to.
+void BM_PlainEncodeReference(benchmark::State& state)
+{
+    plainEncodeEach(state, [](const ZQSomeIP::ZQSomeIPFormatSet& set, const Message& m, const std::string& json,
+                              std::vector<uint8_t>& payload) {
+        const ZQSomeIP::ZQSomeIPPlainMethod* method = set.find(kBulkService, m.event, kNotification);
+        return method != nullptr &&
+               ZQSomeIP::plainEncodeReference(*method, json, payload, ZQSomeIP::ZQSomeIPPlainOptions()).ok();
+    });
+}
+BENCHMARK(BM_PlainEncodeReference);
 
 // Every construct of the version-2 format in one service: unions of each layout (length first, type
 // first, padded to MaxLength with a null), a TLV parameter list and TLV structures with optional members,

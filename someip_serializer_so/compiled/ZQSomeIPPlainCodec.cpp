@@ -131,11 +131,6 @@ void appendNumber(std::string& out, uint64_t raw, bool isSigned)
     out.append(text, static_cast<size_t>(res.ptr - text));
 }
 
-uint64_t lengthCapacity(uint32_t fieldSize)
-{
-    return fieldSize == 1 ? 0xFFu : fieldSize == 2 ? 0xFFFFu : 0xFFFFFFFFu;
-}
-
 // A length field of `size` bytes at `at`, in the attributes' byte order.
 uint32_t peekLength(const uint8_t* data, size_t at, uint32_t size, const ZQSomeIPExtendAttr& a)
 {
@@ -148,6 +143,11 @@ uint32_t peekLength(const uint8_t* data, size_t at, uint32_t size, const ZQSomeI
 }
 
 } // namespace
+
+uint64_t plainLengthCapacity(uint32_t fieldSize)
+{
+    return fieldSize == 1 ? 0xFFu : fieldSize == 2 ? 0xFFFFu : 0xFFFFFFFFu;
+}
 
 // Strings that the engines' string rules do not describe: a fixed length, no byte order mark or
 // terminator, or UTF-16 in another order than the element's numbers. They travel as a byte block
@@ -1227,7 +1227,7 @@ public:
         const std::vector<unsigned char>& bytes = scratch.to_buffer();
         const uint32_t length = static_cast<uint32_t>(bytes.size() - 4);
         const uint32_t size = configured > 0 ? configured : length <= 0xFFu ? 1 : length <= 0xFFFFu ? 2 : 4;
-        if (length > lengthCapacity(size)) {
+        if (length > plainLengthCapacity(size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
         const uint32_t wireType = fixedSize ? 4u : size == 1 ? 5u : size == 2 ? 6u : 7u;
@@ -1574,7 +1574,7 @@ private:
         }
         const uint64_t length = ea.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 ? 4 + 2 * plainUtf16Units(text)
                                                                                : 4 + text.size();
-        if (length > lengthCapacity(ea.string_length_field_size)) {
+        if (length > plainLengthCapacity(ea.string_length_field_size)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
         // At the top level the writer would use its own defaults for strings; the service's are
@@ -1614,7 +1614,7 @@ private:
         }
         const ZQSomeIPExtendAttr block = blockFrame(p, ea, tlvMember);
         const uint32_t lfs = block.array_length_field_size;
-        if (lfs > 0 && bytes.size() > lengthCapacity(lfs)) {
+        if (lfs > 0 && bytes.size() > plainLengthCapacity(lfs)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
         const uint32_t begun = w_->array_data_begin(&block);
@@ -1626,7 +1626,7 @@ private:
     {
         const uint32_t lfs = lengthFieldSize(p.kind, ea);
         const uint64_t length = w_->to_buffer().size() - w_->get_begin_index() - lfs;
-        if (lfs > 0 && length > lengthCapacity(lfs)) {
+        if (lfs > 0 && length > plainLengthCapacity(lfs)) {
             return fail(Error::TooLong, "is longer than its length field can express");
         }
         return written(w_->data_end());
@@ -1909,8 +1909,19 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPFormatSet& formats, int serviceID,
     return plainEncode(*m, json, payload, options);
 }
 
+// The compiled program where it is sure of the result, the reference encoder otherwise.
 ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
                                 std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
+{
+    ZQSomeIPPlainStatus status;
+    if (plainProgramEncode(method, json, payload, status)) {
+        return status;
+    }
+    return plainEncodeReference(method, json, payload, options);
+}
+
+ZQSomeIPPlainStatus plainEncodeReference(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                         std::vector<uint8_t>& payload, const ZQSomeIPPlainOptions& options)
 {
     ZQSomeIPPlainStatus status;
     if (!usable(method, status)) {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ZQSomeIPJsonText.h"
+#include "ZQSomeIPPlainProgramOps.h"
 #include "someip/ZQSomeIPPayloadFrameRules.h"
 #include "someip/ZQSomeIPPayloadUtf16.h"
 
@@ -26,39 +27,11 @@ namespace {
 
 using Param = ZQSomeIPPlainParam;
 using Rules = ZQSomeIPPayloadFrameRules;
-
-// The basic codes keep the order of ZQSomeIPPlainParam::Kind, so a basic kind is its own code.
-enum Code : uint8_t {
-    Bool, U8, U16, U32, U64, I8, I16, I32, I64, F32, F64,
-    Utf8, Utf16, StructOpen, StructClose, ArrayOpen, ArrayNext, VectorOpen, VectorNext, Done,
-};
-static_assert(Code::F64 == Code(Param::Double) && Code::I8 == Code(Param::Int8), "basic codes follow the kinds");
-
-struct Op {
-    Code code = Done;
-    bool little = false;    // byte order of the value, or of the length field
-    uint8_t lfs = 0;        // length field size of a string or container (0, 1, 2 or 4)
-    uint32_t text = 0;      // the literal written before the op: where it starts in the program's texts
-    uint32_t textSize = 0;
-    uint32_t jump = 0;      // open ops: their closing op; ArrayNext, VectorNext: the element's first op
-    uint32_t count = 0;     // arrays: the elements; vectors: the fewest allowed
-    uint32_t maxCount = 0;  // vectors: the most allowed
-    bool special = false;   // numbers with enumerators, bit fields or a scale: written by the reference's rules
-    const ZQSomeIPPlainParam* param = nullptr;  // basic values: their parameter (the method outlives the program)
-};
-
-// Open containers a program may nest; deeper formats stay with the reference.
-constexpr size_t kMaxDepth = 32;
+using namespace program;
 
 bool isFieldSize(uint32_t size) { return size == 0 || Rules::is_field_size(size); }
 
 } // namespace
-
-class ZQSomeIPPlainProgram {
-public:
-    std::vector<Op> ops;
-    std::string texts;
-};
 
 ZQSomeIPPlainProgramCache::~ZQSomeIPPlainProgramCache() = default;
 
@@ -191,22 +164,6 @@ std::unique_ptr<const ZQSomeIPPlainProgram> compile(const ZQSomeIPPlainMethod& m
 // ---------------------------------------------------------------------------------------------------
 // Running: false hands the payload to the reference (something failed, or is to be skipped or warned of
 // inside the payload); nothing is ever reported from here.
-
-template <size_t N> struct Word;
-template <> struct Word<1> { using type = uint8_t; };
-template <> struct Word<2> { using type = uint16_t; };
-template <> struct Word<4> { using type = uint32_t; };
-template <> struct Word<8> { using type = uint64_t; };
-
-template <typename W> W fromWire(W w, bool little)
-{
-    if constexpr (sizeof(W) == 1) {
-        return w;
-    } else {
-        return little ? w : sizeof(W) == 2 ? W(__builtin_bswap16(uint16_t(w)))
-                                           : sizeof(W) == 4 ? W(__builtin_bswap32(uint32_t(w))) : W(__builtin_bswap64(w));
-    }
-}
 
 // The text under construction: written through a cursor into the string's own storage, which is kept
 // a little longer than what is written and cut to size at the end.
@@ -424,7 +381,7 @@ private:
         W w;
         memcpy(&w, data_ + pos_, sizeof(w));
         pos_ += sizeof(w);
-        w = fromWire(w, op.little);
+        w = wireOrder(w, op.little);
         T v;
         memcpy(&v, &w, sizeof(v));
         bool reference = op.special;
@@ -603,7 +560,9 @@ private:
     size_t depth_ = 0;
 };
 
-const ZQSomeIPPlainProgram* programOf(const ZQSomeIPPlainMethod& method)
+} // namespace
+
+const ZQSomeIPPlainProgram* program::programOf(const ZQSomeIPPlainMethod& method)
 {
     ZQSomeIPPlainProgramCache* cache = method.fastDecoder.cache.get();
     if (cache == nullptr || cache->owner != &method) {
@@ -612,8 +571,6 @@ const ZQSomeIPPlainProgram* programOf(const ZQSomeIPPlainMethod& method)
     std::call_once(cache->once, [cache] { cache->program = compile(*cache->owner); });
     return cache->program.get();
 }
-
-} // namespace
 
 void attachPlainProgram(ZQSomeIPPlainMethod& method)
 {
@@ -624,8 +581,8 @@ void attachPlainProgram(ZQSomeIPPlainMethod& method)
 bool plainProgramDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payload, size_t size, std::string& json,
                         const ZQSomeIPPlainOptions& options, ZQSomeIPPlainStatus& status)
 {
-    const ZQSomeIPPlainProgram* program = options.pretty || size > 0xFFFFFFFFu ? nullptr : programOf(method);
-    if (program == nullptr) {
+    const ZQSomeIPPlainProgram* compiled = options.pretty || size > 0xFFFFFFFFu ? nullptr : programOf(method);
+    if (compiled == nullptr) {
         return false;
     }
     // The text is written after what `json` holds, and that is cut away on success or the text on
@@ -641,7 +598,7 @@ bool plainProgramDecode(const ZQSomeIPPlainMethod& method, const uint8_t* payloa
     try {
         json.reserve(mark + 64 + size * 4);
         size_t end = 0;
-        taken = Runner(*program, payload, size, options, json).run(end) && end == size;
+        taken = Runner(*compiled, payload, size, options, json).run(end) && end == size;
     } catch (const std::exception&) {
         // out of memory: the reference reports it its own way
     }

@@ -1,10 +1,11 @@
-// The plain decoder's fast path. Owns the compiler that turns a method format into a flat program (ops
+// The plain codec's fast paths. Owns the compiler that turns a method format into a flat program (ops
 // with their JSON keys and punctuation, widths, byte order and length field sizes worked out once), the
-// loop that runs a program straight over the payload bytes, and the per-method cache the format set
-// attaches. The reference decoder in ZQSomeIPPlainCodec.cpp stays the authority: a program is built only
-// for formats whose every rule it reads exactly as the reference does, and a payload on which it meets
-// anything unusual (an error, bytes to skip, text it is unsure of) goes back to the reference whole, so
-// results, statuses and messages are always the reference's own. Not an installed header.
+// loops that run a program straight over the payload bytes (decode) or over the JSON text (encode,
+// ZQSomeIPPlainProgramEncode.cpp), and the per-method cache the format set attaches. The reference
+// decoder and encoder in ZQSomeIPPlainCodec.cpp stay the authority: a program is built only for formats
+// whose every rule it handles exactly as the reference does, and an input on which it meets anything
+// unusual (an error, bytes to skip, text it is unsure of) goes back to the reference whole, so results,
+// statuses and messages are always the reference's own. Not an installed header.
 #ifndef ZQ_SOMEIP_PLAIN_PROGRAM_H
 #define ZQ_SOMEIP_PLAIN_PROGRAM_H
 
@@ -14,6 +15,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ZQSomeIPPlainCodec.h"
 
@@ -21,7 +23,7 @@ namespace ZQSomeIP {
 
 class ZQSomeIPPlainProgram;
 
-// The program of one method the format set owns, compiled on the first decode. Copies of a method do
+// The program of one method the format set owns, compiled on the first decode or encode. Copies of a method do
 // not carry it (ZQSomeIPPlainProgramSlot), and only the method at `owner` uses it all the same.
 struct ZQSomeIPPlainProgramCache {
     const ZQSomeIPPlainMethod* owner = nullptr;
@@ -45,11 +47,26 @@ ZQ_SOMEIP_API ZQSomeIPPlainStatus plainDecodeReference(const ZQSomeIPPlainMethod
                                                        size_t size, std::string& json,
                                                        const ZQSomeIPPlainOptions& options);
 
+// Encodes with the method's program: true when the program took the text (then `payload` and `status`
+// hold the result, exactly as the reference would give it), false when the reference has to encode it
+// (nothing written). Options only matter to parameters the program leaves to the reference.
+ZQ_SOMEIP_API bool plainProgramEncode(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                      std::vector<uint8_t>& payload, ZQSomeIPPlainStatus& status);
+
+// The reference encoder alone (ZQSomeIPPlainCodec.cpp), for the benchmark and the agreement test.
+ZQ_SOMEIP_API ZQSomeIPPlainStatus plainEncodeReference(const ZQSomeIPPlainMethod& method, std::string_view json,
+                                                       std::vector<uint8_t>& payload,
+                                                       const ZQSomeIPPlainOptions& options);
+
 // Writes a basic value of a parameter with enumerators, bit fields or a scale, or a non-finite float,
 // as the reference decoder writes it (defined in ZQSomeIPPlainCodec.cpp); `bits` holds the value's
 // bytes in host order.
 void plainBasicText(std::string& out, const ZQSomeIPPlainParam& p, const ZQSomeIPPlainOptions& options,
                     uint64_t bits);
+
+// The largest length a length field of `fieldSize` bytes (1, 2 or 4) holds: a longer string, struct or
+// list fails to encode (defined in ZQSomeIPPlainCodec.cpp).
+uint64_t plainLengthCapacity(uint32_t fieldSize);
 
 // Rules both decoders apply to strings (defined in ZQSomeIPPlainCodec.cpp): whether a string is read
 // as a byte block by the codec's own rules rather than by the engine's, and what valid text is.
