@@ -12,7 +12,8 @@
 // [--scaled raw|physical|both] [--strict]; plain encoding takes [--scaled raw|physical|both].
 //
 // Results go to standard output; every error is one line on standard error. Exit status: 0 success,
-// 1 the conversion (or loading, or lookup) failed, 2 bad command line or unreadable input.
+// 1 the conversion (or loading, or lookup) failed, 2 bad command line or unreadable input; capture,
+// import, report and the stream modes stop cleanly on SIGINT (130), SIGTERM (143) and SIGPIPE (141).
 //
 // This file only wires the subcommands to the command line; each lives behind the Subcommand interface.
 
@@ -31,6 +32,7 @@
 #include "capture_command.h"
 #include "convert_commands.h"
 #include "import_command.h"
+#include "interrupts.h"
 #include "report_command.h"
 #include "someip/zq_someip_log.h"
 #include "tool_support.h"
@@ -128,7 +130,8 @@ int main(int argc, char** argv)
     }
 
     zq_someip_set_logfunc_callback(logToStderr);
-    const int status = runParsed(commands, parsers);
+    // A command stopped by a signal ends with the signal's status, whatever it found before.
+    const int status = exitStatus(runParsed(commands, parsers));
     zq_someip_set_logfunc_callback(nullptr);
     return status;
 }

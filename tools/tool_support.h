@@ -22,6 +22,10 @@ namespace someip_json {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;  // loading, lookup or conversion failed
 constexpr int kExitUsage = 2;   // bad command line or unreadable input
+// Stopped by a signal (interrupts.h), as the shell reports a process the signal ended: 128 + its number.
+constexpr int kExitInterrupted = 130;  // SIGINT
+constexpr int kExitOutputGone = 141;   // SIGPIPE: the reader of standard output went away
+constexpr int kExitTerminated = 143;   // SIGTERM
 
 // Thrown for anything the user has to fix; main prints the message as one line.
 struct ToolError {
