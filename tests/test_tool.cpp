@@ -612,50 +612,47 @@ pid_t startPiped(const std::string& args, const std::string& err, int& in, int& 
     return pid;
 }
 
+// Adds what `fd` has to `text`, waiting up to `ms` for it; false once the output has ended.
+bool readSome(int fd, std::string& text, int ms)
+{
+    char block[1 << 16];
+    pollfd p{fd, POLLIN, 0};
+    if (poll(&p, 1, ms) <= 0) {
+        return true;
+    }
+    const ssize_t got = read(fd, block, sizeof(block));
+    text.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    return got > 0;
+}
+
 // Reads `fd` into `text` until it holds `lines` lines or the output ends; false after 60 s.
 bool readLines(int fd, std::string& text, size_t lines)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    char block[1 << 16];
-    while (static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) < lines) {
-        pollfd p{fd, POLLIN, 0};
+    while (static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) < lines && readSome(fd, text, 100)) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        if (poll(&p, 1, 100) <= 0) {
-            continue;
-        }
-        const ssize_t got = read(fd, block, sizeof(block));
-        if (got <= 0) {
-            return true;
-        }
-        text.append(block, static_cast<size_t>(got));
     }
     return true;
 }
 
-// Reads what the process writes to `fd` until it sits waiting for input (asleep, writing nothing, over a
-// tenth of a second); false after 60 s.
+// Reads what the process writes to `fd` until it sits waiting for input (asleep and writing nothing for
+// a tenth of a second); false after 60 s.
 bool waitsIdle(pid_t pid, int fd, std::string& text)
 {
-    int asleep = 0;
-    for (int i = 0; i < 3000 && asleep < 5; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (int i = 0, asleep = 0; i < 3000; ++i) {
         const size_t before = text.size();
-        char block[1 << 16];
-        for (pollfd p{fd, POLLIN, 0}; poll(&p, 1, 0) > 0;) {
-            const ssize_t got = read(fd, block, sizeof(block));
-            if (got <= 0) {
-                return false;
-            }
-            text.append(block, static_cast<size_t>(got));
-        }
+        readSome(fd, text, 20);
         const std::string stat = fileText("/proc/" + std::to_string(pid) + "/stat");
         const size_t name_end = stat.rfind(") ");
         const bool sleeping = name_end != std::string::npos && stat.compare(name_end + 2, 1, "S") == 0;
         asleep = sleeping && text.size() == before ? asleep + 1 : 0;
+        if (asleep == 5) {
+            return true;
+        }
     }
-    return asleep >= 5;
+    return false;
 }
 
 } // namespace
@@ -667,7 +664,7 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
 {
     const std::string base = ::testing::TempDir() + "someip_tool_signal_" + std::to_string(getpid());
     std::ofstream(base + ".json") << kVersionedFormats;
-    const std::string pcap = pcapOf({{1, "\x03\x41"}});
+    const std::string pcap = pcapOf({{1, "\x03\x41"}}), head = pcap.substr(0, 24), frame = pcap.substr(24);
     const std::string capture = "capture - --formats " + base + ".json ";
     const std::string stream = "decode --stream - " + examples();
     const std::string message = std::string("0x1234 2 response ") + kPayload + "\n";
@@ -678,10 +675,10 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
         int signal;                // SIGPIPE: the test closes the output after three lines
         int status;
     } cases[] = {
-        {capture + "--jobs 1", pcap.substr(0, 24), pcap.substr(24), 0, SIGINT, 130},
-        {capture + "--jobs 3", pcap.substr(0, 24), pcap.substr(24), 0, SIGTERM, 143},
-        {capture + "--jobs 3", pcap.substr(0, 24), pcap.substr(24), 2000, SIGINT, 130},
-        {capture + "--jobs 3", pcap.substr(0, 24), pcap.substr(24), 0, SIGPIPE, 141},
+        {capture + "--jobs 1", head, frame, 0, SIGINT, 130},
+        {capture + "--jobs 3", head, frame, 0, SIGTERM, 143},
+        {capture + "--jobs 3", head, frame, 2000, SIGINT, 130},
+        {capture + "--jobs 3", head, frame, 0, SIGPIPE, 141},
         {stream, "", message, 0, SIGTERM, 143},
         {stream, "", message, 2000, SIGINT, 130},
         {stream, "", message, 0, SIGPIPE, 141},
@@ -699,16 +696,15 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
             for (size_t n = 0; n < (c.records != 0 ? c.records : 64); ++n) {
                 chunk += c.record;
             }
-            for (bool more = true; more && !done; more = c.records == 0) {
-                for (size_t at = 0; at < chunk.size();) {
+            // Fed until the tool has gone (the write fails) or, idle, once; the input stays open till then.
+            bool fed = true;
+            do {
+                for (size_t at = 0; fed && at < chunk.size();) {
                     const ssize_t put = write(in, chunk.data() + at, chunk.size() - at);
-                    if (put <= 0) {
-                        close(in);
-                        return;
-                    }
-                    at += static_cast<size_t>(put);
+                    fed = put > 0;
+                    at += fed ? static_cast<size_t>(put) : 0;
                 }
-            }
+            } while (fed && c.records == 0 && !done);
             while (!done) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
@@ -727,8 +723,15 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
             EXPECT_TRUE(readLines(out, text, SIZE_MAX)) << "the output did not end";
             close(out);
         }
-        int raw = 0;
-        waitpid(pid, &raw, 0);
+        int raw = 0, waited = 0;
+        while (waitpid(pid, &raw, WNOHANG) == 0 && ++waited < 6000) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        if (waited == 6000) {
+            ADD_FAILURE() << "the tool did not end";
+            kill(pid, SIGKILL);
+            waitpid(pid, &raw, 0);
+        }
         done = true;
         feeder.join();
         EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == c.status) << raw;
