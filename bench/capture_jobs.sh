@@ -23,7 +23,7 @@ best, all_runs = {}, {}
 for _ in range(runs):
     for j in (1, jobs):
         start = time.monotonic()
-        subprocess.run([out + "/tools/someip-json", "capture", pcap, "--formats", formats, "--quiet", "--jobs", str(j)],
+        subprocess.run([out + "/tools/someip-json", "capture", pcap, "--formats", formats, "--quiet", "--allow-failures", "--jobs", str(j)],
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
         wall = time.monotonic() - start
         best[j] = min(best.get(j, float("inf")), wall)

@@ -139,9 +139,8 @@ bool PlainPayloadDecoder::decode(const cap::Header& header, const uint8_t* paylo
                                        decoded.json, options_);
     } else {
         status.code = ZQSomeIP::ZQSomeIPPlainError::UnknownMessage;
-        status.message = "no format for service " + std::to_string(header.service) + ", method " +
-                         std::to_string(header.method) + ", message type " + std::to_string(header.message_type) +
-                         " at interface version " + std::to_string(header.interface_version);
+        status.message = ZQSomeIP::plainUnknownMessageText(header.service, header.method, header.message_type,
+                                                           header.interface_version);
     }
     if (status.ok()) {
         decoded.warnings.clear();

@@ -330,8 +330,7 @@ private:
         }
         if (!known) {
             return makeError("unknown_message",
-                             "no format for service " + std::to_string(service) + ", method " +
-                                 std::to_string(method) + ", message type " + std::to_string(type),
+                             ZQSomeIP::plainUnknownMessageText(service, method, type),
                              py::none(), py::none());
         }
         return makeError("failed", what, py::none(), py::none());

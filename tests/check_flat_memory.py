@@ -21,7 +21,7 @@ def main():
     endless = os.path.join(os.path.dirname(os.path.abspath(__file__)), "endless_pcap.py")
     start = time.monotonic()
     feed = subprocess.Popen([sys.executable, endless, os.path.join(work, "bulk.pcap"), str(size)], stdout=subprocess.PIPE)
-    decode = subprocess.Popen([tool, "capture", "-", "--formats", os.path.join(work, "bulk.json"), "--quiet"] + extra,
+    decode = subprocess.Popen([tool, "capture", "-", "--formats", os.path.join(work, "bulk.json"), "--quiet", "--allow-failures"] + extra,
                               stdin=feed.stdout, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     feed.stdout.close()
     err = decode.stderr.read().decode()

@@ -1,6 +1,8 @@
 // The plain JSON form: every error with its place, lossless floats, messages without parameters, strict
 // loading, and one format set used by many threads at once. Round trips over generated formats are the
 // version-2 round trip's; agreement with the classic values is checked on the damaged-payload examples.
+#include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -257,6 +259,59 @@ TEST(PlainCodec, LoadingIsStrictAndNamesTheFile)
     status = plainDecode(*set, 0x1234, 1, 2, nullptr, 0, out);
     EXPECT_EQ(status.code, ZQSomeIPPlainError::UnsupportedFormat);
     EXPECT_NE(status.message.find("unknown type \"UNION\""), std::string::npos) << status.message;
+}
+
+// A lenient load leaves out each broken file, whatever stage finds it, and the others serve; the listing
+// names what the loaded files hold.
+TEST(PlainCodec, LenientLoadingLeavesBrokenFilesOut)
+{
+    FormatDir dir;
+    const char* const request = R"([{"MethodType":"request","ParamsDetails":[{"ParamName":"x","ParamType":"uint8_t"}]}])";
+    const struct {
+        const char* file;
+        std::string text;
+        bool broken;
+        bool json;  // for a broken file: whether it is JSON
+    } files[] = {
+        {"good.json", std::string(R"({"Services":[{"ServiceID":"4660","ServiceName":"Good","Methods":[{"MethodID":"1","Params":)") +
+                          request + "}]}]}", false, false},
+        {"cut.json", "{\n  \"Services\": [\n    {,\n", true, false},
+        {"shape.json", R"({"Services": {"a": 1}})", true, true},
+        // Its types check out (it has none); compiling its method finds the name undefined.
+        {"types.json", std::string(R"({"FormatVersion":2,"Services":[{"ServiceID":"4661","Methods":[{"MethodID":"1",)"
+                                   R"("Params":[{"MethodType":"request","ParamsDetails":[)"
+                                   R"({"ParamName":"x","ParamType":"TYPEREF","TypeRef":"Missing"}]}]}]}]})"),
+         true, true},
+    };
+    for (const auto& f : files) {
+        dir.write(f.file, f.text);
+    }
+    ZQSomeIPFormatLoadReport report;
+    report.list = true;
+    ZQSomeIPPlainStatus status;
+    const auto set = ZQSomeIPFormatSet::loadLenient(dir.path, report, status);
+    ASSERT_NE(set, nullptr) << status.toJson();
+    EXPECT_NE(set->find(4660, 1, 0), nullptr);
+    EXPECT_EQ(set->find(4661, 1, 0), nullptr);
+    ASSERT_EQ(report.files.size(), 1u);
+    ASSERT_EQ(report.services.size(), 1u);
+    EXPECT_EQ(report.services[0].name, "Good");
+    ASSERT_EQ(report.services[0].entries.size(), 1u);
+    EXPECT_EQ(report.services[0].entries[0].messageTypes, std::vector<std::string>{"request"});
+    for (const auto& f : files) {
+        const auto it = std::find_if(report.broken.begin(), report.broken.end(),
+                                     [&](const ZQSomeIPFormatFileProblem& p) { return p.file == dir.path + "/" + f.file; });
+        EXPECT_EQ(it != report.broken.end(), f.broken) << f.file;
+        if (it != report.broken.end()) {
+            EXPECT_EQ(it->json, f.json) << f.file << ": " << it->message;
+        }
+    }
+    // The strict load of the same tree fails on a broken file; a tree of broken files alone loads nothing.
+    EXPECT_EQ(ZQSomeIPFormatSet::load(dir.path, status), nullptr);
+    std::filesystem::remove(dir.path + "/good.json");
+    EXPECT_EQ(ZQSomeIPFormatSet::loadLenient(dir.path, report, status), nullptr);
+    EXPECT_EQ(report.broken.size(), 3u);
+    EXPECT_EQ(status.code, ZQSomeIPPlainError::BadFormatFile);
 }
 
 TEST(PlainCodec, OneFormatSetServesManyThreads)

@@ -143,42 +143,50 @@ TEST_F(Tool, ConvertsAndReportsErrors)
         std::string err;  // the same, on standard error
     } cases[] = {
         {"decode " + route + " --payload '07 00 00 00 14 00 08 00 64 00 00 00 CE FF FF FF 08 00 EC FF FF FF "
-                             "2C 01 00 00 FF FF 00 00 48 41'", "", 0, decoded, ""},
+                             "2C 01 00 00 FF FF 00 00 48 41' --classic", "", 0, decoded, ""},
         // Library lines go to standard error and leave the document on standard output clean for encoding.
-        {"decode " + route + " --log-level 5", payloadLine, 0, decoded, "DSOMEIP_DEBUG"},
-        {"encode " + route, std::nullopt, 0, payloadLine, ""},
-        {"decode " + route + " --plain --payload " + kPayload, "", 0, plainLine, ""},
+        {"decode " + route + " --classic --log-level 5", payloadLine, 0, decoded, "DSOMEIP_DEBUG"},
+        {"encode " + route + " --classic", std::nullopt, 0, payloadLine, ""},
+        // Plain is the default; --plain says so.
+        {"decode " + route + " --payload " + kPayload, "", 0, plainLine, ""},
         {"encode " + route + " --plain", std::nullopt, 0, payloadLine, ""},
         {"decode " + route + " --plain --pretty --payload " + kPayload, "", 0,
          "{\n  \"routeId\": 7,\n  \"waypoints\": [\n", ""},
         {"encode " + route + " --plain", std::nullopt, 0, payloadLine, ""},
         // Classic compact: the styled document on one line, which the classic encoder still reads.
-        {"decode " + route + " --compact --payload " + kPayload, "", 0,
+        {"decode " + route + " --classic --compact --payload " + kPayload, "", 0,
          R"("ParamType":"float","Value":"12.500000"}])" "\n", ""},
-        {"encode " + route, std::nullopt, 0, payloadLine, ""},
+        {"encode " + route + " --classic", std::nullopt, 0, payloadLine, ""},
         // Blanks and escapes inside strings survive the compaction.
-        {"decode " + formats + " --service 4661 --method 32769 --type notification --compact --payload "
+        {"decode " + formats + " --service 4661 --method 32769 --type notification --classic --compact --payload "
          "0000001cfeff00540077006f002000200077006f0072006400730022007100000000000000000001ffffffffffffffff",
          "", 0, R"({"ParamName":"title","ParamType":"STRING","Value":"Two  words\"q"},)", ""},
         {"frobnicate " + route, "", 2, "", "unknown command 'frobnicate'"},
         {"decode --formats x --service 1 --method 1", "", 2, "", "missing option '--type'"},
         {"decode --formats x --service 0xZZ --method 1 --type 0", "", 2, "", "invalid service ID '0xZZ'"},
         {"decode " + route + " --payload '01 0g'", "", 2, "", "invalid hex payload"},
-        {"encode " + route, "{", 2, "", "invalid JSON input"},
-        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 1, "", "cannot load format descriptions"},
-        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --payload 00", "", 1, "", "no format"},
-        {"decode " + route + " --payload 0700000014", "", 1, "", "decode failed"},
+        {"encode " + route + " --classic", "{", 2, "", "invalid JSON input"},
+        {"format --formats /nonexistent --service 1 --method 1 --type 0", "", 2, "",
+         "cannot read format descriptions: /nonexistent: not a file or directory"},
+        {"decode " + formats + " --service 0x1234 --method 9 --type 0 --classic --payload 00", "", 1, "",
+         "no format for service 4660 (0x1234), method 9 (0x0009), message type 0 (0x00)"},
+        {"decode " + route + " --classic --payload 0700000014", "", 1, "", "decode failed"},
+        {"decode " + route + " --classic --payload 0700000014 --allow-failures", "", 0, "", "decode failed"},
         // The writer takes only the flat array form: the library's exception is reported, not left to abort.
-        {"encode " + formats + " --service 4661 --method 2 --type 0x80",
+        {"encode " + formats + " --service 4661 --method 2 --type 0x80 --classic",
          R"([{"ParamType":"ARRAY","Value":"1","SubParams":{"ParamName":"b","SubParams":[]}}])", 1, "", "conversion failed"},
         // Plain errors: code, message and place.
         {"decode " + route + " --plain --payload 0700", "", 1, "", "someip-json: truncated: "},
         {"encode " + route + " --plain", R"({"routeId":7})", 1, "", "someip-json: missing_member: "},
         {"encode " + route + " --plain", "[1,", 1, "", "someip-json: bad_json: "},
         {"decode " + formats + " --service 0x1234 --method 9 --type 0 --plain --payload 00", "", 1, "",
-         "someip-json: unknown_message: "},
+         "someip-json: unknown_message: no format for service 4660 (0x1234), method 9 (0x0009), message type 0 (0x00)"},
         {"decode --formats " + badFormats + " --service 1 --method 1 --type 0 --plain --payload 00", "", 1, "",
-         "someip-json: bad_format_file: " + badFormats + ": line 3, column 6: "},
+         "someip-json: broken format file " + badFormats + ": line 3, column 6: "},
+        // Input of the other form says which option reads it.
+        {"encode " + route, R"([{"ParamName":"routeId","ParamType":"uint32_t","Value":"7"}])", 1, "",
+         "(the input looks like the classic parameter-list document: add --classic)"},
+        {"encode " + route + " --classic", plainLine, 1, "", "(the input looks like plain JSON, which is the default: drop --classic)"},
         {"decode " + route + " --plain --classic --payload 00", "", 2, "", "--plain excludes --classic"},
         {"decode " + formats + " --stream - --pretty", "", 2, "", "--pretty excludes --stream"},
         {"decode " + formats + " --stream - --service 1", "", 2, "", "--service excludes --stream"},
@@ -198,7 +206,8 @@ TEST_F(Tool, ConvertsAndReportsErrors)
             EXPECT_TRUE(expected.empty() ? text.empty() : text.find(expected) != std::string::npos) << text;
         }
         // Errors, and only errors, come as one line opening with the tool's name.
-        EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, c.status != 0) << err;
+        const bool failed = c.status != 0 || c.args.find("--allow-failures") != std::string::npos;
+        EXPECT_EQ(err.rfind("someip-json: ", 0) == 0 && err.find('\n') == err.size() - 1, failed) << err;
         previous = out;
     }
     std::remove(badFormats.c_str());
@@ -221,7 +230,7 @@ TEST_F(Tool, StreamMode)
          "# route replies\n" + good + "\n0x1234 2 0x80 0700\n" + good, 1,
          {kPlain, R"({"error":{"code":"truncated","offset":0,"message":")", kPlain},
          "3 lines, 2 succeeded, 1 failed (truncated: 1); first failure on line 4"},
-        {"classic decode, the same", "decode --compact",
+        {"classic decode, the same", "decode --classic --compact",
          good + "4660 2 response 0700\n" + good, 1,
          {R"([{"ParamName":"routeId","ParamType":"uint32_t","Value":"7"},)",
           R"({"error":{"code":"failed","message":"decode failed: )", "[{"},
@@ -230,7 +239,7 @@ TEST_F(Tool, StreamMode)
          plainGood + R"(4660 2 response {"routeId":7})" "\n" + plainGood, 1,
          {kPayload, R"({"error":{"code":"missing_member","path":"$.waypoints","message":")", kPayload},
          "3 lines, 2 succeeded, 1 failed (missing_member: 1); first failure on line 2"},
-        {"classic encode, JSON that is not a parameter list", "encode",
+        {"classic encode, JSON that is not a parameter list", "encode --classic",
          R"(4660 2 response [{"ParamName":"routeId","ParamType":"uint32_t","Value":"7"}])" "\n4660 2 response {\n", 1,
          {"07000000", R"({"error":{"code":"failed","message":")"},
          "2 lines, 1 succeeded, 1 failed (failed: 1); first failure on line 2"},
@@ -326,10 +335,10 @@ TEST_F(Tool, PlainStylesStrictAndWarnings)
         {"decode" + route + " --plain --strict --payload 034107", "", 1, "", {"someip-json: trailing_bytes: "}},
         {"decode --plain --stream -" + formats, "4660 32769 2 0341\n4660 32769 2 034107\n", 0,
          std::string(plain) + plain, {"someip-json: line 2: warning: ", "0 failed; warnings: 1 (first on line 2)"}},
-        {"decode" + route + " --strict --payload 0341", "", 2, "", {"--strict requires --plain"}},
+        {"decode" + route + " --classic --scaled raw --payload 0341", "", 2, "", {"excludes"}},
         {"decode" + route + " --plain --enum-style names --payload 0341", "", 2, "", {"invalid enum style 'names'"}},
         {"encode" + route + " --plain --scaled kelvin", "{}", 2, "", {"invalid scaled style 'kelvin'"}},
-        {"capture x.pcap" + formats + " --classic --scaled raw", "", 2, "", {"--classic excludes --scaled"}},
+        {"capture x.pcap" + formats + " --classic --scaled raw", "", 2, "", {"excludes"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
@@ -344,6 +353,53 @@ TEST_F(Tool, PlainStylesStrictAndWarnings)
     std::remove(file.c_str());
 }
 
+// A broken file in a format tree is reported and left out, the good files serve; --strict makes it
+// fatal. The classic API loads every file that is JSON, so only the others are reported there.
+TEST_F(Tool, PartialFormatTreesAndTheirListing)
+{
+    const std::string dir = ::testing::TempDir() + "someip_tool_tree_" + std::to_string(getpid());
+    ASSERT_EQ(system(("rm -rf " + dir + " && mkdir -p " + dir).c_str()), 0);
+    std::ofstream(dir + "/climate.json") << kVersionedFormats;
+    std::ofstream(dir + "/cut.json") << "{\n  \"Services\": [\n";      // not JSON
+    std::ofstream(dir + "/future.json") << R"({"FormatVersion": 9, "Services": []})";  // JSON of a later version
+    const std::string route = " --formats " + dir + " --service 4660 --method 32769 --type 2";
+    const std::string cut = "broken format file " + dir + "/cut.json: line 3, column 1: ";
+    const std::string future = "broken format file " + dir + "/future.json: ";
+    const struct {
+        std::string args;
+        std::string input;
+        int status;
+        std::vector<std::string> out;  // each a part of standard output
+        std::vector<std::string> err;  // each a part of standard error
+        std::string notErr;            // must not be on standard error
+    } cases[] = {
+        {"decode" + route + " --payload 0341", "", 0, {R"({"mode":"AUTO","temp":65})"}, {cut, future, "(left out)"}, ""},
+        {"decode" + route + " --strict --payload 0341", "", 1, {}, {cut, "2 broken format files in '"}, ""},
+        {"decode" + route + " --classic --payload 0341", "", 0, {"\"ParamName\""}, {cut}, "future.json"},
+        {"decode --stream - --formats " + dir, "4660 32769 2 0341\n", 0, {}, {"1 succeeded, 0 failed (2 broken format files left out)"}, ""},
+        {"formats " + dir, "", 1,
+         {"/climate.json\n  service 0x1234 (4660) Climate, major version 1\n    event 0x8001 (32769) Cabin: notification 0x02\n",
+          dir + "/cut.json: broken: line 3", "1 file, 2 services, 2 broken\n"}, {}, "broken format file"},
+        {"formats " + dir + " --json --allow-failures", "", 0,
+         {R"("id":4660,"id_hex":"0x1234","name":"Climate","major_version":2,"entries":[{"kind":"event","id":32769,)"
+          R"("id_hex":"0x8001","name":"CabinV2","message_types":[{"name":"notification","type":2}]}]})", "cut.json\",\"message\":"}, {}, ""},
+        {"formats " + dir + "/absent", "", 2, {}, {"cannot read format descriptions: "}, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::string out, err;
+        EXPECT_EQ(runTool(c.args, c.input, out, err), c.status) << err;
+        for (const std::string& part : c.out) {
+            EXPECT_NE(out.find(part), std::string::npos) << part << " in: " << out;
+        }
+        for (const std::string& part : c.err) {
+            EXPECT_NE(err.find(part), std::string::npos) << part << " in: " << err;
+        }
+        EXPECT_TRUE(c.notErr.empty() || err.find(c.notErr) == std::string::npos) << err;
+    }
+    ASSERT_EQ(system(("rm -rf " + dir).c_str()), 0);
+}
+
 // Capture lines: every message with its header, named by the format its interface version finds, its
 // payload in the chosen style with warnings beside it, or its error; selection; damaged and absent captures.
 TEST_F(Tool, CaptureToJsonLines)
@@ -354,7 +410,7 @@ TEST_F(Tool, CaptureToJsonLines)
     std::ofstream(base + ".pcap", std::ios::binary) << pcap;
     std::ofstream(base + "_cut.pcap", std::ios::binary) << pcap.substr(0, pcap.size() - 1);
     const std::string formats = " --formats " + base + ".json", capture = "capture " + base + ".pcap" + formats;
-    const char* const unknown = R"("error":{"code":"unknown_message","offset":0,"message":"no format for service 4660, )";
+    const char* const unknown = R"("error":{"code":"unknown_message","offset":0,"message":"no format for service 4660 (0x1234), )";
     const char* const v2 = R"("payload":{"mode":5},"service_name":"Climate","method_name":"CabinV2"})";
     const struct {
         std::string args;
@@ -362,7 +418,8 @@ TEST_F(Tool, CaptureToJsonLines)
         std::vector<std::string> lines;  // a part of each line of standard output
         std::string err;                 // a part of standard error
     } cases[] = {
-        {capture, 0,
+        // Lines that failed (unknown messages included) make the status 1.
+        {capture, 1,
          {R"({"frame":1,"time":"2023-11-14T22:13:20.000000Z","src":"10.0.0.1:30490","dst":"10.0.0.2:30490",)"
           R"("transport":"udp","service":4660,"method":32769,"length":11,"client":0,"session":1,"protocol_version":1,)"
           R"("interface_version":1,"message_type":2,"return_code":0,"payload":{"mode":"AUTO","temp":65},)"
@@ -370,14 +427,15 @@ TEST_F(Tool, CaptureToJsonLines)
           v2, R"("interface_version":7,"message_type":2,"return_code":0,"error":{"code":"unknown_message",)",
           R"("method":32770,)"},
          "4 SOME/IP messages, 4 lines, 2 decoded, 2 failed"},
-        {capture + " --quiet --enum-style value --scaled both", 0,
+        {capture + " --quiet --enum-style value --scaled both", 1,
          {R"("payload":{"mode":3,"temp":{"raw":65,"value":22.5,"unit":"degC"}},"warnings":[)", v2, unknown, unknown}, ""},
         // The names of a message whose payload failed.
-        {capture + " --strict", 0, {R"("raw":"034107","service_name":"Climate","method_name":"Cabin"})", v2, unknown, unknown},
+        {capture + " --strict", 1, {R"("raw":"034107","service_name":"Climate","method_name":"Cabin"})", v2, unknown, unknown},
          "1 decoded, 3 failed"},
         {capture + " --method 32769 --limit 2", 0, {R"("session":1,)", R"("session":2,)"}, "2 lines"},
         {capture + " --classic --limit 1", 0, {R"("payload":[{"Enumerators":[{"Name":"AUTO","Value":3}],"ParamName":"mode",)"}, ""},
-        {"capture " + base + ".pcap --formats " SOMEIP_EXAMPLES_DIR "/media", 0, {unknown, unknown, unknown, unknown},
+        {"capture " + base + ".pcap --formats " SOMEIP_EXAMPLES_DIR "/media --allow-failures", 0,
+         {unknown, unknown, unknown, unknown},
          "unknown service 0x1234 method 0x8002"},
         {"capture " + base + "_cut.pcap" + formats, 1, {R"({"frame":1,)", v2, unknown}, "_cut.pcap: "},
         {"capture " + base + "_absent.pcap" + formats, 2, {}, "_absent.pcap"},

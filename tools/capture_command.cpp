@@ -100,7 +100,7 @@ public:
                 throw CLI::ValidationError("--duration", "needs --interface");
             }
         });
-        formats_.define(app);
+        formats_.define(app, "plain decoding also refuses bytes the format does not know");
         addPortOption(app, ports_);
         app.add_option("--service", service_, "Only messages of this service ID");
         app.add_option("--method", method_, "Only messages of this method or event ID");
@@ -114,8 +114,8 @@ public:
             o->excludes(classic);
         }
         app.add_flag("--quiet", quiet_, "No progress line on standard error");
-        app.footer("Exit status: 0 success, 1 a failed load or a damaged capture, 2 bad arguments or unreadable "
-                   "files.");
+        app.footer("Exit status: 0 success, 1 a damaged capture or lines that failed to decode (unknown messages "
+                   "included), 2 bad arguments or unreadable files; see docs/cli.md.");
     }
 
     int run() override
@@ -124,11 +124,11 @@ public:
         formats_.apply();
         filter();
         if (classic_) {
-            converter_ = Converter::load(Form::Classic, Layout::Compact, formats_.formats);
+            converter_ = Converter::load(Form::Classic, Layout::Compact, formats_);
             decoder_ = std::make_unique<ConverterDecoder>(*converter_);
         } else {
-            set_ = loadFormatSet(formats_.formats);
-            plain_options_ = style_.apply();
+            set_ = formats_.loadSet();
+            plain_options_ = style_.apply(formats_.strict);
             decoder_ = std::make_unique<PlainPayloadDecoder>(*set_, plain_options_);
         }
         writer_ = std::make_unique<CaptureLineWriter>(*decoder_);
@@ -152,7 +152,7 @@ public:
         pipeline_.reset();
         fflush(stdout);
         summary();
-        return damaged ? kExitFailed : kExitOk;
+        return damaged || lines_ > tally_.decoded ? kExitFailed : kExitOk;
     }
 
 private:
@@ -318,11 +318,12 @@ private:
     {
         const double elapsed = std::chrono::duration<double>(Clock::now() - started_).count();
         fprintf(stderr, "someip-json: capture: %llu frames, %llu SOME/IP messages, %llu lines, %llu decoded, %llu "
-                        "failed in %.2f s (%.0f lines/s)%s\n",
+                        "failed in %.2f s (%.0f lines/s)%s%s\n",
                 static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(messages_),
                 static_cast<unsigned long long>(lines_), static_cast<unsigned long long>(tally_.decoded),
                 static_cast<unsigned long long>(lines_ - tally_.decoded), elapsed,
-                elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0, interruptNote().c_str());
+                elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0, brokenNote(formats_.broken).c_str(),
+                interruptNote().c_str());
         if (tally_.warned > 0) {
             fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(tally_.warned));
         }

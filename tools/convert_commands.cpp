@@ -16,9 +16,9 @@ namespace {
 // What every subcommand about one named message shares.
 class MessageCommand : public Subcommand {
 protected:
-    std::string noFormat() const
+    static std::string noFormat(const Route& r)
     {
-        return "no format for service " + route_.service + ", method " + route_.method + ", type " + route_.type;
+        return ZQSomeIP::plainUnknownMessageText(r.service, r.method, r.type);
     }
 
     FormatsOptions formats_;
@@ -34,7 +34,7 @@ public:
     {
         formats_.define(app);
         route_.define(app);
-        app.footer("Exit status: 0 success, 1 a failed load or lookup, 2 bad arguments.");
+        app.footer("Exit status: 0 success, 1 no format for the message, 2 bad arguments or unreadable formats.");
     }
 
     int run() override
@@ -42,12 +42,10 @@ public:
         formats_.apply();
         const Route r = route_.route();
         ZQSomeIP::ZQSomeIPParserAPI api;
-        if (api.loadFormatJson(formats_.formats) != 0) {
-            fail(kExitFailed, "cannot load format descriptions from '" + formats_.formats + "'");
-        }
+        loadClassic(api, formats_);
         std::string format;
         if (api.getMethodFormatbyID(r.service, r.method, r.type, format) != 0) {
-            fail(kExitFailed, noFormat());
+            fail(kExitFailed, noFormat(r));
         }
         std::cout << format;
         std::cout.flush();
@@ -70,7 +68,9 @@ public:
     void define(CLI::App& app) override
     {
         const bool decode = direction_ == Direction::Decode;
-        formats_.define(app);
+        formats_.define(app, decode ? "plain decoding also refuses bytes the format does not know "
+                                      "(trailing_bytes, length_mismatch) instead of skipping them with a warning"
+                                    : nullptr);
         route_.define(app);
         if (decode) {
             input_ = app.add_option("--payload", payload_,
@@ -80,13 +80,13 @@ public:
             input_ = app.add_option("--json", jsonFile_, "File holding the JSON document; default: standard input");
             input_->type_name("FILE");
         }
-        CLI::Option* plain = app.add_flag("--plain", plain_, "Plain JSON: {\"name\":value,...}, strictly checked");
-        CLI::Option* classic = app.add_flag("--classic", "The library's parameter-list documents (the default)");
+        CLI::Option* plain = app.add_flag("--plain", "Plain JSON: {\"name\":value,...}, strictly checked (the default)");
+        CLI::Option* classic = app.add_flag("--classic", classic_, "The library's parameter-list documents");
         plain->excludes(classic);
         style_.define(app, decode);
         for (CLI::Option* o : style_.options) {
             if (o != nullptr) {
-                o->needs(plain);
+                o->excludes(classic);
             }
         }
         const char* const noLayout = "Accepted as decode takes it; encode writes hex";
@@ -111,26 +111,27 @@ public:
                    (decode ? "Bytes a plain decode skips are reported on standard error, one line per message "
                              "(with its line number in a stream);\nthey do not change the exit status.\n"
                            : "") +
-                   "Exit status: 0 success, 1 a failed load, lookup or conversion (of any message of a stream),\n"
-                   "2 bad arguments or input.");
+                   "Exit status: 0 success, 1 a failed conversion (of any message of a stream), 2 bad arguments\n"
+                   "or unreadable input; see docs/cli.md.");
     }
 
     int run() override
     {
         formats_.apply();
-        const Form form = plain_ ? Form::Plain : Form::Classic;
+        const Form form = classic_ ? Form::Classic : Form::Plain;
+        const auto options = style_.apply(formats_.strict);
         const Layout layout = pretty_ ? Layout::Pretty : compact_ ? Layout::Compact : Layout::Default;
         if (stream_->count() > 0) {
             // A stream's lines are one message each, so its JSON is always compact.
-            const auto converter = Converter::load(form, Layout::Compact, formats_.formats, style_.apply());
-            return runStream(*converter, direction_, streamFile_);
+            const auto converter = Converter::load(form, Layout::Compact, formats_, options);
+            return runStream(*converter, direction_, streamFile_, formats_.broken);
         }
         const Route r = route_.route();
-        return direction_ == Direction::Decode ? decode(r, form, layout) : encode(r, form);
+        return direction_ == Direction::Decode ? decode(r, form, layout, options) : encode(r, form, options);
     }
 
 private:
-    int decode(const Route& r, Form form, Layout layout)
+    int decode(const Route& r, Form form, Layout layout, const ZQSomeIP::ZQSomeIPPlainOptions& options)
     {
         // The input is read before the library is touched, so that input errors are reported as such.
         std::string text = payload_;
@@ -143,9 +144,9 @@ private:
         if (!parseHex(text, payload, why)) {
             fail(kExitUsage, why);
         }
-        const auto converter = Converter::load(form, layout, formats_.formats, style_.apply());
+        const auto converter = Converter::load(form, layout, formats_, options);
         if (form == Form::Classic && !converter->hasFormat(r)) {
-            fail(kExitFailed, noFormat());
+            fail(kExitFailed, noFormat(r));
         }
         std::string json;
         Failure failure;
@@ -161,7 +162,7 @@ private:
         return print(json);
     }
 
-    int encode(const Route& r, Form form)
+    int encode(const Route& r, Form form, const ZQSomeIP::ZQSomeIPPlainOptions& options)
     {
         const std::string json = input_->count() == 0 ? readAll(std::cin) : readFile(jsonFile_, "JSON file");
         if (form == Form::Classic) {
@@ -172,9 +173,9 @@ private:
                 fail(kExitUsage, "invalid JSON input");
             }
         }
-        const auto converter = Converter::load(form, Layout::Default, formats_.formats, style_.apply());
+        const auto converter = Converter::load(form, Layout::Default, formats_, options);
         if (form == Form::Classic && !converter->hasFormat(r)) {
-            fail(kExitFailed, noFormat());
+            fail(kExitFailed, noFormat(r));
         }
         std::vector<uint8_t> payload;
         Failure failure;
@@ -220,7 +221,7 @@ private:
     std::string payload_;
     std::string jsonFile_;
     std::string streamFile_;
-    bool plain_ = false;
+    bool classic_ = false;
     bool compact_ = false;
     bool pretty_ = false;
     CLI::Option* input_ = nullptr;  // --payload or --json

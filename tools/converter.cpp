@@ -53,19 +53,18 @@ void compactInPlace(std::string& json)
     json.resize(to);
 }
 
-std::string describe(const Route& r)
+// The first character that is not blank: '{' opens a plain document, '[' a classic parameter list.
+char opening(std::string_view json)
 {
-    return "service " + std::to_string(r.service) + ", method " + std::to_string(r.method) + ", type " +
-           std::to_string(r.type);
+    const size_t at = json.find_first_not_of(" \t\r\n");
+    return at == std::string_view::npos ? '\0' : json[at];
 }
 
 class ClassicConverter : public Converter {
 public:
-    ClassicConverter(Layout layout, const std::string& formats) : compact_(layout == Layout::Compact)
+    ClassicConverter(Layout layout, FormatsOptions& formats) : compact_(layout == Layout::Compact)
     {
-        if (api_.loadFormatJson(formats) != 0) {
-            fail(kExitFailed, "cannot load format descriptions from '" + formats + "'");
-        }
+        loadClassic(api_, formats);
     }
 
     bool hasFormat(const Route& r) override
@@ -79,7 +78,7 @@ public:
             if (api_.deserializebyMethodID(r.service, r.method, r.type, payload, json) != 0) {
                 // The library says only that it failed; a lookup tells the two usual reasons apart.
                 failure = Failure::of("failed", hasFormat(r) ? "decode failed: the payload does not match the method format"
-                                                      : "no format for " + describe(r));
+                                                      : ZQSomeIP::plainUnknownMessageText(r.service, r.method, r.type));
                 return false;
             }
         } catch (const std::exception& e) {
@@ -102,19 +101,25 @@ public:
             if (api_.serializebyMethodID(r.service, r.method, r.type, scratch_, payload) != 0) {
                 // Checked only once it failed: a second parse of every line would halve the pace.
                 Json::Value parsed;
-                failure = Failure::of("failed", !Json::Reader().parse(scratch_, parsed, false) ? "invalid JSON input"
-                                         : hasFormat(r) ? "encode failed: the parameter list could not be written"
-                                                        : "no format for " + describe(r));
+                failure = Failure::of("failed", (!Json::Reader().parse(scratch_, parsed, false) ? "invalid JSON input"
+                                          : hasFormat(r) ? "encode failed: the parameter list could not be written"
+                                                         : ZQSomeIP::plainUnknownMessageText(r.service, r.method, r.type)) + hint(json));
                 return false;
             }
         } catch (const std::exception& e) {
-            failure = Failure::of("failed", "conversion failed: " + oneLine(e.what()));
+            failure = Failure::of("failed", "conversion failed: " + oneLine(e.what()) + hint(json));
             return false;
         }
         return true;
     }
 
 private:
+    static std::string hint(std::string_view json)
+    {
+        return opening(json) == '{' ? " (the input looks like plain JSON, which is the default: drop --classic)"
+                                    : std::string();
+    }
+
     ZQSomeIP::ZQSomeIPParserAPI api_;
     bool compact_;
     std::string scratch_;
@@ -142,8 +147,8 @@ Failure plainFailure(const ZQSomeIP::ZQSomeIPPlainStatus& status)
 
 class PlainConverter : public Converter {
 public:
-    PlainConverter(Layout layout, const std::string& formats, const ZQSomeIP::ZQSomeIPPlainOptions& options)
-        : set_(loadFormatSet(formats)), options_(options)
+    PlainConverter(Layout layout, FormatsOptions& formats, const ZQSomeIP::ZQSomeIPPlainOptions& options)
+        : set_(formats.loadSet()), options_(options)
     {
         options_.pretty = layout == Layout::Pretty;
     }
@@ -168,6 +173,9 @@ public:
         const auto status = ZQSomeIP::plainEncode(*set_, r.service, r.method, r.type, json, payload, options_);
         if (!status.ok()) {
             failure = plainFailure(status);
+            if (opening(json) == '[' && status.code != ZQSomeIP::ZQSomeIPPlainError::UnknownMessage) {
+                failure.text += " (the input looks like the classic parameter-list document: add --classic)";
+            }
             return false;
         }
         return true;
@@ -181,7 +189,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<Converter> Converter::load(Form form, Layout layout, const std::string& formats,
+std::unique_ptr<Converter> Converter::load(Form form, Layout layout, FormatsOptions& formats,
                                            const ZQSomeIP::ZQSomeIPPlainOptions& plain)
 {
     if (form == Form::Plain) {
@@ -203,16 +211,12 @@ Failure Failure::of(const std::string& code, const std::string& message)
     return f;
 }
 
-std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> loadFormatSet(const std::string& formats)
+void loadClassic(ZQSomeIP::ZQSomeIPParserAPI& api, FormatsOptions& formats)
 {
-    ZQSomeIP::ZQSomeIPPlainStatus status;
-    auto set = ZQSomeIP::ZQSomeIPFormatSet::load(formats, status);
-    if (!set) {
-        // Loading names the file in the status's path, and line and column in its message.
-        fail(kExitFailed, std::string(ZQSomeIP::plainErrorName(status.code)) + ": " + status.path + ": " +
-                              status.message);
+    formats.checkClassic();
+    if (api.loadFormatJson(formats.formats) != 0) {
+        fail(kExitFailed, "no format file in '" + formats.formats + "' could be loaded");
     }
-    return set;
 }
 
 std::string warningText(const std::vector<ZQSomeIP::ZQSomeIPPlainWarning>& warnings)

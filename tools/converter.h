@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ZQSomeIPParserAPI.h"
 #include "compiled/ZQSomeIPFormatSet.h"
 #include "tool_support.h"
 
@@ -37,10 +38,9 @@ class Converter {
 public:
     virtual ~Converter() = default;
 
-    // Loads the format descriptions once; a load that fails is a ToolError with status kExitFailed.
-    // `plain` (but its pretty, which `layout` decides) applies to the plain form; the classic form has
-    // no such options.
-    static std::unique_ptr<Converter> load(Form form, Layout layout, const std::string& formats,
+    // Loads the format tree once, as FormatsOptions loads it (broken files reported). `plain` (but its
+    // pretty, which `layout` decides) applies to the plain form; the classic form has no such options.
+    static std::unique_ptr<Converter> load(Form form, Layout layout, FormatsOptions& formats,
                                            const ZQSomeIP::ZQSomeIPPlainOptions& plain = {});
 
     // Whether a format for the message is loaded.
@@ -55,8 +55,8 @@ public:
                         Failure& failure) = 0;
 };
 
-// A plain format set, loaded as the plain form loads it (a failed load is a ToolError naming the file).
-std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> loadFormatSet(const std::string& formats);
+// The library's classic API with the tree loaded (FormatsOptions::checkClassic reports broken files).
+void loadClassic(ZQSomeIP::ZQSomeIPParserAPI& api, FormatsOptions& formats);
 
 // One line for standard error about what one decode skipped (every warning of the message), without
 // the tool's name or a line end.

@@ -61,8 +61,8 @@ public:
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
         app.add_option("--max-signals", max_signals_, "Plot at most this many values (default 50)");
         app.add_flag("--quiet", quiet_, "No summary line on standard error");
-        app.footer("Exit status: 0 success, 1 a failed load or a damaged capture (the report is written all the "
-                   "same), 2 bad arguments or unreadable files.");
+        app.footer("Exit status: 0 success, 1 a damaged capture or messages that failed to decode (the report is "
+                   "written all the same), 2 bad arguments or unreadable files; see docs/cli.md.");
     }
 
     int run() override
@@ -74,7 +74,7 @@ public:
             options.signals.push_back(parseSignal(s));
         }
         options.max_signals = max_signals_;
-        const auto set = loadFormatSet(formats_.formats);
+        const auto set = formats_.loadSet();
         const Clock::time_point started = Clock::now();
         report::ReportBuilder builder(*set, options);
         bool damaged = false;
@@ -94,7 +94,8 @@ public:
         if (!quiet_) {
             summary(builder.report(), std::chrono::duration<double>(Clock::now() - started).count());
         }
-        return damaged ? kExitFailed : kExitOk;
+        const report::Summary& s = builder.report().summary;
+        return damaged || s.records > s.decoded ? kExitFailed : kExitOk;
     }
 
 private:
@@ -120,14 +121,14 @@ private:
         return true;
     }
 
-    void summary(const report::Report& r, double elapsed) const
+    void summary(const report::Report& r, double elapsed)
     {
         const report::Summary& s = r.summary;
         fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu decoded, %llu failed, %zu signals in %.2f s; "
-                        "written to %s%s\n",
+                        "written to %s%s%s\n",
                 static_cast<unsigned long long>(s.stats.messages), static_cast<unsigned long long>(s.decoded),
                 static_cast<unsigned long long>(s.records - s.decoded), r.signals.size(), elapsed, output_.c_str(),
-                interruptNote().c_str());
+                brokenNote(formats_.broken).c_str(), interruptNote().c_str());
     }
 
     FormatsOptions formats_;

@@ -119,6 +119,7 @@ struct Summary {
     std::map<std::string, size_t> byCode;
     size_t warned = 0;  // messages that converted with skipped bytes
     size_t firstWarnedLine = 0;
+    size_t brokenFormats = 0;
 
     void print() const
     {
@@ -136,14 +137,13 @@ struct Summary {
             text += "; warnings: " + std::to_string(warned) + " (first on line " + std::to_string(firstWarnedLine) +
                     ")";
         }
-        text += interruptNote();
-        std::fprintf(stderr, "%s\n", text.c_str());
+        std::fprintf(stderr, "%s%s%s\n", text.c_str(), brokenNote(brokenFormats).c_str(), interruptNote().c_str());
     }
 };
 
 } // namespace
 
-int runStream(Converter& converter, Direction direction, const std::string& input)
+int runStream(Converter& converter, Direction direction, const std::string& input, size_t brokenFormats)
 {
     catchInterrupts();
     // Standard input may wait for a producer as long as it likes: an interrupt still ends the wait.
@@ -155,6 +155,7 @@ int runStream(Converter& converter, Direction direction, const std::string& inpu
     }
     LineConverter lines(converter, direction);
     Summary summary;
+    summary.brokenFormats = brokenFormats;
     std::string out;
     out.reserve(kFlushAt * 2);
     Failure failure;

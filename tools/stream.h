@@ -15,7 +15,7 @@ enum class Direction { Decode, Encode };
 // or lowercase hex (encode) per message, or {"error":{...}} for a message that failed, and a summary
 // on standard error. What a decode skipped goes to standard error, one line per message with its
 // line number, and is counted in the summary. Returns kExitFailed when any message failed.
-int runStream(Converter& converter, Direction direction, const std::string& input);
+int runStream(Converter& converter, Direction direction, const std::string& input, size_t brokenFormats = 0);
 
 } // namespace someip_json
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -155,7 +156,7 @@ void appendJsonString(std::string& out, std::string_view text)
     ZQSomeIP::appendJsonString(out, text);
 }
 
-void FormatsOptions::define(CLI::App& app)
+void FormatsOptions::define(CLI::App& app, const char* strictAlso)
 {
     app.add_option("--formats", formats, "Format description file, or a directory tree of them")
         ->required()
@@ -163,6 +164,69 @@ void FormatsOptions::define(CLI::App& app)
     app.add_option("--log-level", logLevel, "Sets SOMEIPSER_LOG_LEVEL; library lines go to standard error")
         ->check(textCheck("log level", parseId))
         ->type_name("N");
+    app.add_flag("--strict", strict,
+                 std::string("A broken format file is fatal (by default it is reported and left out)") +
+                     (strictAlso != nullptr ? std::string("; ") + strictAlso : std::string()));
+}
+
+ZQSomeIP::ZQSomeIPFormatLoadReport FormatsOptions::report(bool list, bool classic,
+                                                          std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet>* set)
+{
+    ZQSomeIP::ZQSomeIPFormatLoadReport report;
+    report.list = list;
+    ZQSomeIP::ZQSomeIPPlainStatus status;
+    auto loaded = ZQSomeIP::ZQSomeIPFormatSet::loadLenient(formats, report, status);
+    if (!loaded && report.broken.empty()) {
+        fail(kExitUsage, "cannot read format descriptions: " + status.path + ": " + status.message);
+    }
+    if (!loaded && !classic && !list && report.broken.size() == 1) {
+        const auto& only = report.broken.front();  // one file, broken: its problem is the whole story
+        fail(kExitFailed, "broken format file " + only.file + ": " + only.message);
+    }
+    // The classic API loads every file that is JSON; only the others are left out there.
+    broken = 0;
+    for (const auto& problem : report.broken) {
+        if (!classic || !problem.json) {
+            ++broken;
+            if (list) {
+                continue;  // the listing shows them
+            }
+            std::fprintf(stderr, "someip-json: broken format file %s: %s%s\n", problem.file.c_str(),
+                         problem.message.c_str(), strict ? "" : " (left out)");
+        }
+    }
+    if (strict && broken > 0) {
+        fail(kExitFailed, std::to_string(broken) + (broken == 1 ? " broken format file" : " broken format files") +
+                              " in '" + formats + "' (--strict)");
+    }
+    if (!loaded && !classic && !list) {
+        fail(kExitFailed, "no format file in '" + formats + "' could be loaded");
+    }
+    if (set != nullptr) {
+        *set = std::move(loaded);
+    }
+    return report;
+}
+
+std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> FormatsOptions::loadSet()
+{
+    std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> set;
+    report(false, false, &set);
+    return set;
+}
+
+void FormatsOptions::checkClassic()
+{
+    report(false, true);
+}
+
+std::string brokenNote(size_t broken)
+{
+    if (broken == 0) {
+        return std::string();
+    }
+    return " (" + std::to_string(broken) + (broken == 1 ? " broken format file" : " broken format files") +
+           " left out)";
 }
 
 void FormatsOptions::apply() const
@@ -214,9 +278,6 @@ void PlainStyleOptions::define(CLI::App& app, bool decode)
                                     "Enums as their name (the default), value, or both: {\"name\":..,\"value\":..}")
                          ->check(textCheck("enum style", ZQSomeIP::parseEnumStyle))
                          ->type_name("name|value|both");
-        options[2] = app.add_flag("--strict", strict,
-                                  "Refuse bytes the format does not know (trailing_bytes, length_mismatch) "
-                                  "instead of skipping them with a warning");
     }
     options[1] = app.add_option("--scaled", scaled,
                                 decode ? "Scaled numbers as the raw value (the default), physical, or both: "
@@ -227,7 +288,7 @@ void PlainStyleOptions::define(CLI::App& app, bool decode)
                      ->type_name("raw|physical|both");
 }
 
-ZQSomeIP::ZQSomeIPPlainOptions PlainStyleOptions::apply(ZQSomeIP::ZQSomeIPPlainOptions base) const
+ZQSomeIP::ZQSomeIPPlainOptions PlainStyleOptions::apply(bool strict, ZQSomeIP::ZQSomeIPPlainOptions base) const
 {
     // The checks have accepted the texts already; an empty one leaves the default.
     ZQSomeIP::parseEnumStyle(enumStyle, base.enumStyle);

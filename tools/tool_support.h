@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,9 +20,11 @@ class Option;
 
 namespace someip_json {
 
+// One rule for every command: 0 everything converted; 1 some messages or files failed (--allow-failures
+// turns this into 0); 2 bad arguments or unreadable input.
 constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;  // loading, lookup or conversion failed
-constexpr int kExitUsage = 2;   // bad command line or unreadable input
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
 // Stopped by a signal (interrupts.h), as the shell reports a process the signal ended: 128 + its number.
 constexpr int kExitInterrupted = 130;  // SIGINT
 constexpr int kExitOutputGone = 141;   // SIGPIPE: the reader of standard output went away
@@ -72,15 +75,32 @@ void appendHex(std::string& out, const uint8_t* data, size_t size);
 // `text` as a JSON string, quotes included.
 void appendJsonString(std::string& out, std::string_view text);
 
-// Options every subcommand that reads format descriptions takes.
+// Options every subcommand that reads format descriptions takes, and the loading of the tree they name.
+// A tree loads leniently: each broken file is reported once on standard error (file, line, column) and
+// left out, the good files serve; --strict makes a broken file fatal (status 1). A path that names no
+// format file is unreadable input (status 2).
 struct FormatsOptions {
     std::string formats;
     std::string logLevel;
+    bool strict = false;
+    size_t broken = 0;  // broken files reported by the last load, for summaries
 
-    void define(CLI::App& app);
+    // `strictAlso`: what else --strict means for the command (null: nothing else).
+    void define(CLI::App& app, const char* strictAlso = nullptr);
     // Sets SOMEIPSER_LOG_LEVEL when --log-level was given; library lines then go to standard error.
     void apply() const;
+    // The plain format set of the tree.
+    std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet> loadSet();
+    // For commands that load through the classic API: reports the files it leaves out (those that are
+    // not JSON), with --strict fatal. The classic API then loads the tree itself.
+    void checkClassic();
+    // What a lenient load found; with `list`, the services too, and broken files are left to the
+    // caller to show (an empty set is no error then).
+    ZQSomeIP::ZQSomeIPFormatLoadReport report(bool list, bool classic,
+                                              std::shared_ptr<const ZQSomeIP::ZQSomeIPFormatSet>* set = nullptr);
 };
+// " (N broken format files left out)" for a summary line, or nothing.
+std::string brokenNote(size_t broken);
 
 // --service, --method and --type as given (the texts are kept for messages).
 struct RouteOptions {
@@ -95,19 +115,19 @@ struct RouteOptions {
     Route route() const;
 };
 
-// --enum-style, --scaled and --strict: how the plain form writes enums and scaled numbers and whether
-// it refuses bytes the format does not know. Encoding reads every enum form and never skips, so it
-// takes --scaled alone.
+// --enum-style and --scaled: how the plain form writes enums and scaled numbers. Encoding reads every
+// enum form, so it takes --scaled alone.
 struct PlainStyleOptions {
     std::string enumStyle;
     std::string scaled;
-    bool strict = false;
-    CLI::Option* options[3] = {};  // as defined (null when not), for other options to exclude or need them
+    CLI::Option* options[2] = {};  // as defined (null when not), for other options to exclude them
 
     void define(CLI::App& app, bool decode);
-    // The codec's options for what was given; pretty stays as in `base`.
-    ZQSomeIP::ZQSomeIPPlainOptions apply(ZQSomeIP::ZQSomeIPPlainOptions base = {}) const;
+    // The codec's options for what was given; pretty stays as in `base`, strict is `strict` (decoding
+    // refuses bytes the format does not know).
+    ZQSomeIP::ZQSomeIPPlainOptions apply(bool strict, ZQSomeIP::ZQSomeIPPlainOptions base = {}) const;
 };
+
 
 std::string readAll(std::istream& in);
 std::string readFile(const std::string& path, const std::string& what);

@@ -435,6 +435,23 @@ bool parseScaledStyle(std::string_view text, ZQSomeIPScaledStyle& style)
 
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::string& path, ZQSomeIPPlainStatus& status)
 {
+    return loadPath(path, nullptr, status);
+}
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadLenient(const std::string& path,
+                                                                        ZQSomeIPFormatLoadReport& report,
+                                                                        ZQSomeIPPlainStatus& status)
+{
+    const bool list = report.list;
+    report = ZQSomeIPFormatLoadReport();
+    report.list = list;
+    return loadPath(path, &report, status);
+}
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadPath(const std::string& path,
+                                                                     ZQSomeIPFormatLoadReport* report,
+                                                                     ZQSomeIPPlainStatus& status)
+{
     status = ZQSomeIPPlainStatus();
     // The classic loader's rules decide which files a path names.
     std::vector<std::string> files;
@@ -451,71 +468,172 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::load(const std::stri
         status = loadError(ZQSomeIPPlainError::FileError, path, "no format file (*.json) in this directory tree");
         return nullptr;
     }
-
-    return build(files, [&status](const std::string& file, std::string& text) {
+    auto set = build(files, [](const std::string& file, std::string& text, ZQSomeIPPlainStatus& failed) {
         std::ifstream stream(file, std::ios::in | std::ios::binary);
         text.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
         if (!stream.good() && !stream.eof()) {
-            status = loadError(ZQSomeIPPlainError::FileError, file, "cannot be read");
+            failed = loadError(ZQSomeIPPlainError::FileError, file, "cannot be read");
             return false;
         }
         return true;
-    }, status);
+    }, report, status);
+    if (!set && report != nullptr && status.ok()) {
+        status = loadError(ZQSomeIPPlainError::BadFormatFile, path,
+                           files.size() == 1 ? "the format file is broken" : "every format file is broken");
+    }
+    return set;
 }
 
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadText(const std::string& text, const std::string& name,
                                                                      ZQSomeIPPlainStatus& status)
 {
     status = ZQSomeIPPlainStatus();
-    return build({name}, [&text](const std::string&, std::string& out) {
+    return build({name}, [&text](const std::string&, std::string& out, ZQSomeIPPlainStatus&) {
         out = text;
         return true;
-    }, status);
+    }, nullptr, status);
 }
 
-std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(
-    const std::vector<std::string>& files,
-    const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status)
+namespace {
+
+// What a loaded file holds, as a listing shows it: every service and entry in file order, IDs read
+// as the lookup reads them.
+void listServices(const Json::Value& document, int version, const std::string& file,
+                  std::vector<ZQSomeIPFormatService>& out)
+{
+    const Json::Value& services = document.isObject() ? document["Services"] : Json::Value::nullSingleton();
+    if (!services.isArray()) {
+        return;
+    }
+    static const struct {
+        const char* array;
+        const char* kind;
+        const char* idKey;
+        const char* nameKey;
+    } kArrays[] = {{"Methods", "method", "MethodID", "MethodName"},
+                   {"Events", "event", "EventID", "EventName"},
+                   {"Fields", "field", "MethodID", "FieldName"}};
+    for (const Json::Value& service : services) {
+        if (!service.isObject()) {
+            continue;
+        }
+        ZQSomeIPFormatService listed;
+        listed.file = file;
+        listed.id = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
+        listed.name = textOf(service, "ServiceName");
+        const Json::Value& major = service["MajorVersion"];
+        if (version == 2 && major.isIntegral() && major.asInt64() >= 0 && major.asInt64() <= 255) {
+            listed.majorVersion = major.asInt();
+        }
+        for (const auto& a : kArrays) {
+            const Json::Value& entries = service[a.array];
+            for (Json::ArrayIndex i = 0; entries.isArray() && i < entries.size(); ++i) {
+                const Json::Value& entry = entries[i];
+                if (!entry.isObject()) {
+                    continue;
+                }
+                ZQSomeIPFormatEntry e;
+                e.kind = a.kind;
+                e.id = quickStringToNum<int>(entry.get(a.idKey, Json::Value()).asString());
+                e.name = textOf(entry, a.nameKey);
+                const Json::Value& params = entry["Params"];
+                for (Json::ArrayIndex k = 0; params.isArray() && k < params.size(); ++k) {
+                    e.messageTypes.push_back(textOf(params[k], "MethodType"));
+                }
+                listed.entries.push_back(std::move(e));
+            }
+        }
+        out.push_back(std::move(listed));
+    }
+}
+
+} // namespace
+
+std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(const std::vector<std::string>& files,
+                                                                  const Reader& read, ZQSomeIPFormatLoadReport* report,
+                                                                  ZQSomeIPPlainStatus& status)
 {
     std::deque<Json::Value> documents;
     std::vector<int> versions;
     std::vector<std::string> names;
+    // A broken file fails the load, or is left out of a lenient one.
+    const auto broken = [report, &status](ZQSomeIPPlainStatus&& why, bool json) {
+        if (report == nullptr) {
+            status = std::move(why);
+            return false;
+        }
+        report->broken.push_back({why.path, why.message, json});
+        return true;
+    };
     ZQSomeIPFormatIndex index;
+    const auto indexAgain = [&index, &documents] {
+        index = ZQSomeIPFormatIndex();
+        for (size_t d = 0; d < documents.size(); ++d) {
+            index.addDocument(documents[d], d, FormatRules::readLookupAttributes);
+        }
+    };
     std::string text;
     for (const std::string& file : files) {
         Json::Value root;
         int version = 0;
-        if (!read(file, text) || !parseDocument(file, text, root, version, status)) {
-            return nullptr;
+        ZQSomeIPPlainStatus failed;
+        if (!read(file, text, failed) || !parseDocument(file, text, root, version, failed)) {
+            const bool json = failed.code == ZQSomeIPPlainError::BadFormatFile && failed.message.rfind("line ", 0) != 0;
+            if (!broken(std::move(failed), json)) {
+                return nullptr;
+            }
+            continue;
+        }
+        std::string why;
+        if (version == 2 && !ZQSomeIPPlainFormatCompiler(root).checkTypes(why)) {
+            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file, why), true)) {
+                return nullptr;
+            }
+            continue;
+        }
+        documents.push_back(std::move(root));
+        index.addDocument(documents.back(), documents.size() - 1, FormatRules::readLookupAttributes);
+        if (index.segments().back().scanned) {
+            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file,
+                                  "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" "
+                                  "values are not of the kinds a format file holds"),
+                        true)) {
+                return nullptr;
+            }
+            documents.pop_back();
+            indexAgain();
+            continue;
         }
         versions.push_back(version);
         names.push_back(file);
-        documents.push_back(std::move(root));
-        std::string why;
-        if (version == 2 && !ZQSomeIPPlainFormatCompiler(documents.back()).checkTypes(why)) {
-            status = loadError(ZQSomeIPPlainError::BadFormatFile, file, why);
+    }
+    // A file whose types break a method is left out of a lenient load and the rest built again; each
+    // round leaves out one file, so this ends.
+    while (!documents.empty()) {
+        auto set = std::make_shared<ZQSomeIPFormatSet>();
+        Builder builder(documents, versions);
+        // Error entries and versioned services of version-2 files; the unversioned services are needed
+        // only when some service carries a version.
+        if (builder.indexed(index, set->methods_) && builder.walk(true, set->errors_, set->versioned_, set->unversioned_) &&
+            (set->versioned_.empty() || builder.walk(false, set->errors_, set->versioned_, set->unversioned_))) {
+            if (report != nullptr) {
+                report->files = names;
+                for (size_t d = 0; report->list && d < documents.size(); ++d) {
+                    listServices(documents[d], versions[d], names[d], report->services);
+                }
+            }
+            return set;
+        }
+        const size_t d = builder.failedDocument;
+        if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, names[d], builder.why), true)) {
             return nullptr;
         }
-        index.addDocument(documents.back(), documents.size() - 1,
-                          FormatRules::readLookupAttributes);
-        if (index.segments().back().scanned) {
-            status = loadError(ZQSomeIPPlainError::BadFormatFile, file,
-                               "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" values "
-                               "are not of the kinds a format file holds");
-            return nullptr;
-        }
+        documents.erase(documents.begin() + static_cast<std::ptrdiff_t>(d));
+        versions.erase(versions.begin() + static_cast<std::ptrdiff_t>(d));
+        names.erase(names.begin() + static_cast<std::ptrdiff_t>(d));
+        indexAgain();
     }
-
-    auto set = std::make_shared<ZQSomeIPFormatSet>();
-    Builder builder(documents, versions);
-    // Error entries and versioned services of version-2 files; the unversioned services are needed
-    // only when some service carries a version.
-    if (!builder.indexed(index, set->methods_) || !builder.walk(true, set->errors_, set->versioned_, set->unversioned_) ||
-        (!set->versioned_.empty() && !builder.walk(false, set->errors_, set->versioned_, set->unversioned_))) {
-        status = loadError(ZQSomeIPPlainError::BadFormatFile, names[builder.failedDocument], builder.why);
-        return nullptr;
-    }
-    return set;
+    return nullptr;
 }
 
 const ZQSomeIPPlainMethod* ZQSomeIPFormatSet::find(int serviceID, int methodID, int messageType,

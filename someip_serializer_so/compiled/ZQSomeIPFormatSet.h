@@ -166,6 +166,38 @@ struct ZQSomeIPPlainMethod {
     ZQSomeIPPlainProgramSlot fastDecoder;  // set by the format set for its own methods
 };
 
+// A format file a lenient load left out, and why.
+struct ZQSomeIPFormatFileProblem {
+    std::string file;
+    std::string message;  // one line; "line L, column C: ..." where the file is not JSON
+    bool json = false;    // the file is JSON (the classic API loads it all the same; the plain set cannot use it)
+};
+
+// One method, event or field entry of a format file, as a listing of a format tree shows it.
+struct ZQSomeIPFormatEntry {
+    std::string kind;                       // "method", "event" or "field"
+    int id = 0;                             // its "MethodID" ("EventID" for events)
+    std::string name;                       // its "MethodName", "EventName" or "FieldName"
+    std::vector<std::string> messageTypes;  // the "MethodType" words of its "Params" entries, in order
+};
+
+// One service of a format file, with its entries.
+struct ZQSomeIPFormatService {
+    std::string file;
+    int id = 0;
+    std::string name;       // "ServiceName"
+    int majorVersion = -1;  // version-2 files' "MajorVersion" (0..255), -1 when it has none
+    std::vector<ZQSomeIPFormatEntry> entries;
+};
+
+// What a lenient load read and left out; `services` is filled only when `list` is set.
+struct ZQSomeIPFormatLoadReport {
+    bool list = false;
+    std::vector<std::string> files;                 // loaded, in load order
+    std::vector<ZQSomeIPFormatFileProblem> broken;  // left out, in load order
+    std::vector<ZQSomeIPFormatService> services;    // of the loaded files, in file order
+};
+
 // A shared, immutable set of method formats. Loaded once from a format description file or a
 // directory tree of them (the same files as the classic API, and a lookup finds the same method
 // format and attributes), then used read-only: any number of threads may decode and encode with
@@ -175,6 +207,11 @@ struct ZQSomeIPPlainMethod {
 class ZQ_SOMEIP_API ZQSomeIPFormatSet {
 public:
     static std::shared_ptr<const ZQSomeIPFormatSet> load(const std::string& path, ZQSomeIPPlainStatus& status);
+    // Loads what it can: a file that fails load() is left out and reported in `report`, the rest serve.
+    // Null with `status` when the path names no format file or no file loads.
+    static std::shared_ptr<const ZQSomeIPFormatSet> loadLenient(const std::string& path,
+                                                                ZQSomeIPFormatLoadReport& report,
+                                                                ZQSomeIPPlainStatus& status);
     // One format document given as text (an importer's output, say); `name` stands for its file in messages.
     static std::shared_ptr<const ZQSomeIPFormatSet> loadText(const std::string& text, const std::string& name,
                                                              ZQSomeIPPlainStatus& status);
@@ -189,9 +226,12 @@ public:
     using Table = std::unordered_map<uint64_t, std::shared_ptr<const ZQSomeIPPlainMethod>>;
 
 private:
-    static std::shared_ptr<const ZQSomeIPFormatSet> build(
-        const std::vector<std::string>& files,
-        const std::function<bool(const std::string& file, std::string& text)>& read, ZQSomeIPPlainStatus& status);
+    using Reader = std::function<bool(const std::string& file, std::string& text, ZQSomeIPPlainStatus& status)>;
+    // Null report: the first broken file fails the load.
+    static std::shared_ptr<const ZQSomeIPFormatSet> build(const std::vector<std::string>& files, const Reader& read,
+                                                          ZQSomeIPFormatLoadReport* report, ZQSomeIPPlainStatus& status);
+    static std::shared_ptr<const ZQSomeIPFormatSet> loadPath(const std::string& path, ZQSomeIPFormatLoadReport* report,
+                                                             ZQSomeIPPlainStatus& status);
 
     Table methods_;                // what the classic lookup finds
     Table errors_;                 // "MethodType": "error" entries, by their response key

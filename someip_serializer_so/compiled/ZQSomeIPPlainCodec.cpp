@@ -7,6 +7,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <limits>
@@ -1801,8 +1802,7 @@ const ZQSomeIPPlainMethod* method(const ZQSomeIPFormatSet& formats, int serviceI
     const ZQSomeIPPlainMethod* m = formats.find(serviceID, methodID, messageType);
     if (m == nullptr) {
         status.code = Error::UnknownMessage;
-        status.message = "no format for service " + std::to_string(serviceID) + ", method " + std::to_string(methodID) +
-                         ", message type " + std::to_string(messageType);
+        status.message = plainUnknownMessageText(serviceID, methodID, messageType);
     }
     return m;
 }
@@ -1939,6 +1939,18 @@ ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method, std::string_v
         status.message = "$ holds text the UTF-16 conversion refuses";
     }
     return status;
+}
+
+std::string plainUnknownMessageText(int serviceID, int methodID, int messageType, int interfaceVersion)
+{
+    const auto id = [](int value, int digits) {
+        char hex[16];
+        std::snprintf(hex, sizeof(hex), "0x%0*x", digits, static_cast<unsigned>(value));
+        return std::to_string(value) + " (" + hex + ")";
+    };
+    return "no format for service " + id(serviceID, 4) + ", method " + id(methodID, 4) + ", message type " +
+           id(messageType, 2) +
+           (interfaceVersion < 0 ? std::string() : " at interface version " + std::to_string(interfaceVersion));
 }
 
 } // namespace ZQSomeIP

@@ -66,6 +66,12 @@ ZQ_SOMEIP_API ZQSomeIPPlainStatus plainEncode(const ZQSomeIPPlainMethod& method,
                                               std::vector<uint8_t>& payload,
                                               const ZQSomeIPPlainOptions& options = ZQSomeIPPlainOptions());
 
+// "no format for service 4660 (0x1234), method 2 (0x0002), message type 128 (0x80)", and " at interface
+// version N" when one is given: the words every unknown_message error uses. IDs in decimal and hex, as
+// format files and traces write them.
+ZQ_SOMEIP_API std::string plainUnknownMessageText(int serviceID, int methodID, int messageType,
+                                                  int interfaceVersion = -1);
+
 } // namespace ZQSomeIP
 
 #endif // ZQ_SOMEIP_PLAIN_CODEC_H
