@@ -223,8 +223,9 @@ public:
     bool next(Message& out);
 
     // Ends the reading: no frame after the one being read is taken, what is kept is reported, then next()
-    // returns false. Safe to call from a signal handler or another thread (a live reader notices within
-    // a tenth of a second).
+    // returns false. Safe to call from a signal handler or another thread (a live reader, or one waiting
+    // for input on a pipe or terminal, notices within a tenth of a second; a frame a stopped read leaves
+    // unfinished is no damage).
     void stop();
 
     const Status& status() const;

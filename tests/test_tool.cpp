@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -570,7 +573,7 @@ int feedTool(pid_t pid, LoopbackSender& sender, const std::function<bool()>& rea
 } // namespace
 
 // A live capture on the loopback interface: traffic the test sends itself, lines as they come, ended by
-// --count, by SIGINT (the summary still written) and by --duration.
+// --count, by SIGINT (the summary still written, status 130) and by --duration.
 TEST_F(Tool, CaptureLiveInterface)
 {
     const std::string base = ::testing::TempDir() + "someip_tool_live_" + std::to_string(getpid());
@@ -602,9 +605,10 @@ TEST_F(Tool, CaptureLiveInterface)
     kill(pid, SIGINT);
     int raw = 0;
     waitpid(pid, &raw, 0);
-    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 130);
     EXPECT_NE(fileText(out).find(decoded), std::string::npos);
     EXPECT_NE(fileText(err).find(" decoded, 0 failed"), std::string::npos) << fileText(err);
+    EXPECT_NE(fileText(err).find("; interrupted (SIGINT)"), std::string::npos) << fileText(err);
 
     const auto started = std::chrono::steady_clock::now();
     LoopbackSender quiet;  // nothing is sent to its port
@@ -616,6 +620,201 @@ TEST_F(Tool, CaptureLiveInterface)
     EXPECT_EQ(none, "");
     EXPECT_NE(summary.find("capture: 0 frames"), std::string::npos) << summary;
     for (const char* suffix : {".json", ".out", ".err"}) {
+        std::remove((base + suffix).c_str());
+    }
+}
+
+namespace {
+
+// Whether `line` is one whole JSON value: brackets balance outside strings and close at its end.
+bool wholeJson(const std::string& line)
+{
+    int depth = 0;
+    bool quoted = false;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quoted) {
+            i += c == '\\' ? 1 : 0;
+            quoted = c != '"';
+        } else if (c == '"') {
+            quoted = true;
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']') && --depth < 0) {
+            return false;
+        }
+    }
+    return !quoted && depth == 0 && !line.empty() && (line.back() == '}' || line.back() == ']');
+}
+
+// The tool with standard input and output on pipes of the test's (`in`, `out`), standard error into `err`.
+pid_t startPiped(const std::string& args, const std::string& err, int& in, int& out)
+{
+    const std::string command = "exec " SOMEIP_TOOL_PATH " " + args + " 2>" + err;
+    int toTool[2], fromTool[2];
+    if (pipe2(toTool, O_CLOEXEC) != 0 || pipe2(fromTool, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(toTool[0], STDIN_FILENO);
+        dup2(fromTool[1], STDOUT_FILENO);
+        signal(SIGPIPE, SIG_DFL);
+        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(toTool[0]);
+    close(fromTool[1]);
+    in = toTool[1];
+    out = fromTool[0];
+    return pid;
+}
+
+// Adds what `fd` has to `text`, waiting up to `ms` for it; false once the output has ended.
+bool readSome(int fd, std::string& text, int ms)
+{
+    char block[1 << 16];
+    pollfd p{fd, POLLIN, 0};
+    if (poll(&p, 1, ms) <= 0) {
+        return true;
+    }
+    const ssize_t got = read(fd, block, sizeof(block));
+    text.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    return got > 0;
+}
+
+// Reads `fd` into `text` until it holds `lines` lines or the output ends; false after 60 s.
+bool readLines(int fd, std::string& text, size_t lines)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) < lines && readSome(fd, text, 100)) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Reads what the process writes to `fd` until it sits waiting for input (asleep and writing nothing for
+// a tenth of a second); false after 60 s.
+bool waitsIdle(pid_t pid, int fd, std::string& text)
+{
+    for (int i = 0, asleep = 0; i < 3000; ++i) {
+        const size_t before = text.size();
+        readSome(fd, text, 20);
+        const std::string stat = fileText("/proc/" + std::to_string(pid) + "/stat");
+        const size_t name_end = stat.rfind(") ");
+        const bool sleeping = name_end != std::string::npos && stat.compare(name_end + 2, 1, "S") == 0;
+        asleep = sleeping && text.size() == before ? asleep + 1 : 0;
+        if (asleep == 5) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+// SIGINT, SIGTERM and SIGPIPE end a capture or a stream decode through pipes cleanly: busy with an
+// endless input, or waiting for input that does not come. The output ends on a whole line, as many as the
+// summary counts, the summary says why it stopped, and the status is the shell's for the signal.
+TEST_F(Tool, InterruptsEndCleanlyThreads)
+{
+    const std::string base = ::testing::TempDir() + "someip_tool_signal_" + std::to_string(getpid());
+    std::ofstream(base + ".json") << kVersionedFormats;
+    const std::string pcap = pcapOf({{1, "\x03\x41"}}), head = pcap.substr(0, 24), frame = pcap.substr(24);
+    const std::string capture = "capture - --formats " + base + ".json ";
+    const std::string stream = "decode --stream - " + examples();
+    const std::string message = std::string("0x1234 2 response ") + kPayload + "\n";
+    const struct {
+        std::string args;
+        std::string head, record;  // fed once, then again and again
+        size_t records;            // 0: without end; else that many, then the input stays open and idle
+        int signal;                // SIGPIPE: the test closes the output after three lines
+        int status;
+    } cases[] = {
+        {capture + "--jobs 1", head, frame, 0, SIGINT, 130},
+        {capture + "--jobs 3", head, frame, 0, SIGTERM, 143},
+        {capture + "--jobs 3", head, frame, 2000, SIGINT, 130},
+        {capture + "--jobs 3", head, frame, 0, SIGPIPE, 141},
+        {stream, "", message, 0, SIGTERM, 143},
+        {stream, "", message, 2000, SIGINT, 130},
+        {stream, "", message, 0, SIGPIPE, 141},
+    };
+    const auto ignored = signal(SIGPIPE, SIG_IGN);  // the feeder's writes fail once the tool has gone
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args + (c.records != 0 ? " (input idle)" : "") + " signal " + std::to_string(c.signal));
+        int in = -1, out = -1;
+        const pid_t pid = startPiped(c.args, base + ".err", in, out);
+        ASSERT_GT(pid, 0);
+        std::atomic<bool> done{false};
+        EXPECT_EQ(write(in, c.head.data(), c.head.size()), static_cast<ssize_t>(c.head.size()));
+        std::thread feeder([&] {
+            std::string chunk;
+            for (size_t n = 0; n < (c.records != 0 ? c.records : 64); ++n) {
+                chunk += c.record;
+            }
+            // Fed until the tool has gone (the write fails) or, idle, once; the input stays open till then.
+            bool fed = true;
+            do {
+                for (size_t at = 0; fed && at < chunk.size();) {
+                    const ssize_t put = write(in, chunk.data() + at, chunk.size() - at);
+                    fed = put > 0;
+                    at += fed ? static_cast<size_t>(put) : 0;
+                }
+            } while (fed && c.records == 0 && !done);
+            while (!done) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            close(in);
+        });
+        std::string text;
+        if (c.records != 0) {
+            EXPECT_TRUE(waitsIdle(pid, out, text));
+        } else {
+            EXPECT_TRUE(readLines(out, text, 3));
+        }
+        if (c.signal == SIGPIPE) {
+            close(out);
+        } else {
+            kill(pid, c.signal);
+            EXPECT_TRUE(readLines(out, text, SIZE_MAX)) << "the output did not end";
+            close(out);
+        }
+        int raw = 0, waited = 0;
+        while (waitpid(pid, &raw, WNOHANG) == 0 && ++waited < 6000) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        if (waited == 6000) {
+            ADD_FAILURE() << "the tool did not end";
+            kill(pid, SIGKILL);
+            waitpid(pid, &raw, 0);
+        }
+        done = true;
+        feeder.join();
+        EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == c.status) << raw;
+        const std::string err = fileText(base + ".err");
+        std::smatch counted;
+        ASSERT_TRUE(std::regex_search(err, counted, std::regex("someip-json: [a-z]+: [^\n]*?([0-9]+) lines?,"))) << err;
+        for (const std::string& line : splitLines(err)) {
+            EXPECT_TRUE(line.rfind("someip-json: ", 0) != 0 || line.rfind(counted[0], 0) == 0) << line;
+        }
+        const std::string why = c.signal == SIGPIPE ? "; stopped: standard output was closed"
+                                                    : c.signal == SIGINT ? "; interrupted (SIGINT)" : "; interrupted (SIGTERM)";
+        EXPECT_NE(err.find(why), std::string::npos) << err;
+        if (c.signal == SIGPIPE) {
+            continue;
+        }
+        const std::vector<std::string> lines = splitLines(text);
+        EXPECT_TRUE(text.empty() || text.back() == '\n');
+        EXPECT_EQ(std::to_string(lines.size()), counted[1].str()) << err;
+        if (c.records != 0) {
+            EXPECT_EQ(lines.size(), c.records) << "every line made before the wait is written";
+        }
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), wholeJson), static_cast<long>(lines.size()));
+    }
+    signal(SIGPIPE, ignored);
+    for (const char* suffix : {".json", ".err"}) {
         std::remove((base + suffix).c_str());
     }
 }

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -19,6 +18,7 @@
 #include "capture_lines.h"
 #include "capture_pipeline.h"
 #include "converter.h"
+#include "interrupts.h"
 
 namespace someip_json {
 
@@ -33,25 +33,15 @@ using capture_lines::PayloadDecoder;
 using capture_lines::PayloadFailure;
 using capture_lines::PlainPayloadDecoder;
 
-// The reader a signal ends (SIGINT, SIGTERM, or SIGALRM at the end of --duration): a live capture stops
-// cleanly, with what it holds reported and the summary written.
-std::atomic<cap::CaptureReader*> g_stoppable{nullptr};
-
-void stopReading(int)
-{
-    if (cap::CaptureReader* reader = g_stoppable.load()) {
-        reader->stop();
-    }
-}
-
-void catchStopSignals()
+// The end of --duration: the live reader stops as on an interrupt, but the capture has ended normally,
+// with what the reader holds reported.
+void stopAtAlarm()
 {
     struct sigaction action {};
-    action.sa_handler = stopReading;
+    action.sa_handler = [](int) { stopReader(); };
     sigemptyset(&action.sa_mask);
-    for (int signal : {SIGINT, SIGTERM, SIGALRM}) {
-        sigaction(signal, &action, nullptr);  // no SA_RESTART: a waiting read wakes up at once
-    }
+    action.sa_flags = SA_RESTART;  // as for interrupts (interrupts.cpp): the live reader's wait ends anyway
+    sigaction(SIGALRM, &action, nullptr);
 }
 
 // The tool's classic converter as the lines' payload decoder (the plain form has its own).
@@ -130,6 +120,7 @@ public:
 
     int run() override
     {
+        catchInterrupts();
         formats_.apply();
         filter();
         if (classic_) {
@@ -153,7 +144,7 @@ public:
             damaged = !readLive();
         }
         for (const std::string& file : files_) {
-            if (limit_ != 0 && lines_ >= limit_) {
+            if ((limit_ != 0 && lines_ >= limit_) || interrupted()) {
                 break;
             }
             damaged |= !read(file);
@@ -204,6 +195,7 @@ private:
         if (jobs <= 1 || classic_ || live) {
             return;
         }
+        const InterruptsHeld held;  // the workers leave interrupts to the reading thread
         pipeline_ = std::make_unique<someip_json::LinePipeline>(
             jobs, [this] { return std::make_unique<PlainPayloadDecoder>(*set_, plain_options_); }, stdout, tally_);
     }
@@ -220,16 +212,16 @@ private:
     // False when the capture is damaged (everything before the damage has been written).
     bool read(const std::string& file)
     {
-        std::string error;
-        auto reader = cap::CaptureReader::open(file, readerOptions(), error);
+        const auto reader = openCapture(file, readerOptions());
         if (reader == nullptr) {
-            fail(kExitUsage, file + ": " + error);
+            return true;  // interrupted before the capture began
         }
         const std::string name = files_.size() > 1 ? file : std::string();
         writer_->setFile(name);
         if (pipeline_) {
             pipeline_->setFile(name);
         }
+        const StopOnInterrupt stop(*reader);
         return consume(*reader, file);
     }
 
@@ -240,23 +232,21 @@ private:
         if (reader == nullptr) {
             fail(kExitUsage, error);
         }
-        g_stoppable = reader.get();
-        catchStopSignals();
+        const StopOnInterrupt stop(*reader);
         if (duration_ > 0) {
+            stopAtAlarm();
             itimerval timer{};
             timer.it_value.tv_sec = static_cast<time_t>(duration_);
             timer.it_value.tv_usec = static_cast<suseconds_t>((duration_ - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
             setitimer(ITIMER_REAL, &timer, nullptr);
         }
-        const bool ok = consume(*reader, interface_);
-        g_stoppable = nullptr;
-        return ok;
+        return consume(*reader, interface_);
     }
 
     bool consume(cap::CaptureReader& reader, const std::string& name)
     {
         cap::Message m;
-        while (reader.next(m)) {
+        while (!interrupted() && reader.next(m)) {
             if (selected(m)) {
                 line(m);
                 if (limit_ != 0 && lines_ >= limit_) {
@@ -268,7 +258,8 @@ private:
             }
         }
         if (progress_) {
-            fputs("\r\033[K", stderr);
+            // Cleared at the end; kept after an interrupt, with the summary below it.
+            fputs(interrupted() ? "\n" : "\r\033[K", stderr);
         }
         if (pipeline_) {
             pipeline_->drain();
@@ -327,11 +318,12 @@ private:
     {
         const double elapsed = std::chrono::duration<double>(Clock::now() - started_).count();
         fprintf(stderr, "someip-json: capture: %llu frames, %llu SOME/IP messages, %llu lines, %llu decoded, %llu "
-                        "failed in %.2f s (%.0f lines/s)%s\n",
+                        "failed in %.2f s (%.0f lines/s)%s%s\n",
                 static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(messages_),
                 static_cast<unsigned long long>(lines_), static_cast<unsigned long long>(tally_.decoded),
                 static_cast<unsigned long long>(lines_ - tally_.decoded), elapsed,
-                elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0, brokenNote(formats_.broken).c_str());
+                elapsed > 0 ? static_cast<double>(lines_) / elapsed : 0.0, brokenNote(formats_.broken).c_str(),
+                interruptNote().c_str());
         if (tally_.warned > 0) {
             fprintf(stderr, "  decoded with warnings (bytes skipped): %llu\n", static_cast<unsigned long long>(tally_.warned));
         }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 
 #include "ZQSomeIPImport.h"
 #include "compiled/ZQSomeIPFormatSet.h"
+#include "interrupts.h"
 
 namespace someip_json {
 
@@ -29,6 +31,20 @@ void checkLoads(const std::string& path)
     if (!ZQSomeIP::ZQSomeIPFormatSet::load(path, status)) {
         fail(kExitFailed, "the imported document '" + path + "' does not load: " + status.message);
     }
+}
+
+// Standard input to its end, or up to an interrupt.
+std::string readStandardInput()
+{
+    const auto close = [](FILE* f) { fclose(f); };
+    const std::unique_ptr<FILE, decltype(close)> in(interruptibleInput(STDIN_FILENO), close);
+    std::string text;
+    char block[1 << 16];
+    size_t got = 0;
+    while (in && (got = fread(block, 1, sizeof block, in.get())) > 0) {
+        text.append(block, got);
+    }
+    return text;
 }
 
 class ImportCommand : public Subcommand {
@@ -61,10 +77,15 @@ public:
 
     int run() override
     {
+        catchInterrupts();
         std::vector<ZQSomeIP::ZQSomeIPImportSource> sources;
         size_t bytes = 0;
         for (const std::string& file : files_) {
-            std::string text = file == "-" ? readAll(std::cin) : readFile(file, "description file");
+            std::string text = file == "-" ? readStandardInput() : readFile(file, "description file");
+            if (interrupted()) {
+                std::cerr << "import: nothing imported" << interruptNote() << "\n";
+                return kExitOk;
+            }
             bytes += text.size();
             sources.push_back({file == "-" ? "<stdin>" : file, std::move(text)});
         }
@@ -89,6 +110,11 @@ public:
         }
         if (!result.ok) {
             fail(kExitFailed, result.error);
+        }
+        if (interrupted()) {
+            // What was written before it stays; nothing more is.
+            std::cerr << "import: " << result.report.summary() << interruptNote() << ", nothing written after it\n";
+            return kExitOk;
         }
         write(result);
         if (!report_.empty()) {
@@ -141,6 +167,9 @@ private:
 
     void writeService(const ZQSomeIP::ZQSomeIPImportFile& f)
     {
+        if (interrupted()) {
+            return;
+        }
         makeDirectory();
         const std::string path = (fs::path(output_) / f.name).string();
         writeText(path, f.text);

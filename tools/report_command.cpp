@@ -9,6 +9,7 @@
 
 #include "ZQSomeIPCapture.h"
 #include "converter.h"
+#include "interrupts.h"
 #include "report_html.h"
 #include "report_model.h"
 
@@ -66,6 +67,7 @@ public:
 
     int run() override
     {
+        catchInterrupts();
         formats_.apply();
         report::ReportOptions options;
         for (const std::string& s : signals_) {
@@ -76,8 +78,9 @@ public:
         const Clock::time_point started = Clock::now();
         report::ReportBuilder builder(*set, options);
         bool damaged = false;
-        for (const std::string& file : files_) {
-            damaged |= !read(file, builder);
+        // Interrupted, the report covers what was read by then.
+        for (size_t i = 0; i < files_.size() && !interrupted(); ++i) {
+            damaged |= !read(files_[i], builder);
         }
         std::string page;
         report::writeHtml(builder.report(), page);
@@ -99,15 +102,15 @@ private:
     // False when the capture is damaged (what came before the damage is in the report).
     bool read(const std::string& file, report::ReportBuilder& builder)
     {
-        std::string error;
         cap::Options options;
         options.ports = ports_;
-        auto reader = cap::CaptureReader::open(file, options, error);
+        const auto reader = openCapture(file, options);
         if (reader == nullptr) {
-            fail(kExitUsage, file + ": " + error);
+            return true;  // interrupted before the capture began
         }
+        const StopOnInterrupt stop(*reader);
         cap::Message m;
-        while (reader->next(m)) {
+        while (!interrupted() && reader->next(m)) {
             builder.add(m);
         }
         builder.addFile(file, reader->status());
@@ -122,10 +125,10 @@ private:
     {
         const report::Summary& s = r.summary;
         fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu decoded, %llu failed, %zu signals in %.2f s; "
-                        "written to %s%s\n",
+                        "written to %s%s%s\n",
                 static_cast<unsigned long long>(s.stats.messages), static_cast<unsigned long long>(s.decoded),
                 static_cast<unsigned long long>(s.records - s.decoded), r.signals.size(), elapsed, output_.c_str(),
-                brokenNote(formats_.broken).c_str());
+                brokenNote(formats_.broken).c_str(), interruptNote().c_str());
     }
 
     FormatsOptions formats_;

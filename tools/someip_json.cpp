@@ -15,7 +15,8 @@
 //
 // Results go to standard output; every error is one line on standard error. Exit status, for every
 // command: 0 everything converted, 1 some messages or files failed (0 with --allow-failures), 2 bad
-// command line or unreadable input.
+// command line or unreadable input; capture, import, report and the stream modes stop cleanly on SIGINT
+// (130), SIGTERM (143) and SIGPIPE (141).
 //
 // This file only wires the subcommands to the command line; each lives behind the Subcommand interface.
 
@@ -35,6 +36,7 @@
 #include "convert_commands.h"
 #include "formats_command.h"
 #include "import_command.h"
+#include "interrupts.h"
 #include "report_command.h"
 #include "someip/zq_someip_log.h"
 #include "tool_support.h"
@@ -138,7 +140,8 @@ int main(int argc, char** argv)
     }
 
     zq_someip_set_logfunc_callback(logToStderr);
-    const int status = runParsed(commands, parsers);
+    // A command stopped by a signal ends with the signal's status, whatever it found before.
+    const int status = exitStatus(runParsed(commands, parsers));
     zq_someip_set_logfunc_callback(nullptr);
     return status;
 }

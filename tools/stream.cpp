@@ -1,11 +1,15 @@
 #include "stream.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string_view>
 #include <vector>
+
+#include "interrupts.h"
 
 namespace someip_json {
 
@@ -44,7 +48,8 @@ std::string_view nextWord(std::string_view& rest)
 
 void writeOut(std::string& out)
 {
-    if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) {
+    // Once the reader has gone, the output is dropped quietly: the interrupt ends the stream.
+    if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size() && !outputGone()) {
         fail(kExitFailed, "cannot write standard output");
     }
     out.clear();
@@ -132,7 +137,7 @@ struct Summary {
             text += "; warnings: " + std::to_string(warned) + " (first on line " + std::to_string(firstWarnedLine) +
                     ")";
         }
-        std::fprintf(stderr, "%s%s\n", text.c_str(), brokenNote(brokenFormats).c_str());
+        std::fprintf(stderr, "%s%s%s\n", text.c_str(), brokenNote(brokenFormats).c_str(), interruptNote().c_str());
     }
 };
 
@@ -140,13 +145,10 @@ struct Summary {
 
 int runStream(Converter& converter, Direction direction, const std::string& input, size_t brokenFormats)
 {
-    const bool standardInput = input == "-";
-    const auto close = [standardInput](std::FILE* f) {
-        if (!standardInput) {
-            std::fclose(f);
-        }
-    };
-    std::FILE* const file = standardInput ? stdin : std::fopen(input.c_str(), "rb");
+    catchInterrupts();
+    // Standard input may wait for a producer as long as it likes: an interrupt still ends the wait.
+    std::FILE* const file = input == "-" ? interruptibleInput(STDIN_FILENO) : std::fopen(input.c_str(), "rb");
+    const auto close = [](std::FILE* f) { std::fclose(f); };
     const std::unique_ptr<std::FILE, decltype(close)> in(file, close);
     if (!in) {
         fail(kExitUsage, "cannot read stream file '" + input + "'");
@@ -164,7 +166,7 @@ int runStream(Converter& converter, Direction direction, const std::string& inpu
     const std::unique_ptr<char*, decltype(release)> owner(&raw, release);
     size_t number = 0;
     ssize_t length = 0;
-    while ((length = getline(&raw, &capacity, in.get())) >= 0) {
+    while ((length = getline(&raw, &capacity, in.get())) >= 0 && !interrupted()) {
         ++number;
         const std::string_view line = trim(std::string_view(raw, static_cast<size_t>(length)));
         if (line.empty() || line.front() == '#') {
@@ -191,7 +193,7 @@ int runStream(Converter& converter, Direction direction, const std::string& inpu
         }
     }
     writeOut(out);
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 && !outputGone()) {
         fail(kExitFailed, "cannot write standard output");
     }
     if (std::ferror(in.get()) != 0) {

@@ -25,6 +25,10 @@ namespace someip_json {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
+// Stopped by a signal (interrupts.h), as the shell reports a process the signal ended: 128 + its number.
+constexpr int kExitInterrupted = 130;  // SIGINT
+constexpr int kExitOutputGone = 141;   // SIGPIPE: the reader of standard output went away
+constexpr int kExitTerminated = 143;   // SIGTERM
 
 // Thrown for anything the user has to fix; main prints the message as one line.
 struct ToolError {

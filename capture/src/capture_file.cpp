@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <pcap/pcap.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,10 +18,15 @@ namespace capture {
 namespace detail {
 namespace {
 
-// Buffered reads from a file descriptor, counting what was taken.
+// Buffered reads from a file descriptor, counting what was taken. When the descriptor can keep a read
+// waiting (`waits`: a pipe, a terminal), input is waited for in steps that look at `stop`, and ends once it
+// is set: an idle producer must not keep a stopped reader from ending.
 class ByteSource {
 public:
-    ByteSource(int fd, bool owned) : fd_(fd), owned_(owned), buf_(kBuffer) {}
+    ByteSource(int fd, bool owned, bool waits, const std::atomic<bool>& stop)
+        : fd_(fd), owned_(owned), waits_(waits), stop_(stop), buf_(kBuffer)
+    {
+    }
     ~ByteSource()
     {
         if (owned_) ::close(fd_);
@@ -74,6 +80,7 @@ public:
             end_ -= pos_;
             pos_ = 0;
             while (end_ < n) {
+                if (!ready()) return false;
                 const ssize_t got = ::read(fd_, buf_.data() + end_, buf_.size() - end_);
                 if (got > 0) {
                     end_ += static_cast<size_t>(got);
@@ -100,6 +107,7 @@ private:
     {
         if (errno_ != 0) return false;
         for (;;) {
+            if (!ready()) return false;
             const ssize_t got = ::read(fd_, buf_.data(), buf_.size());
             if (got > 0) {
                 pos_ = 0;
@@ -115,8 +123,20 @@ private:
         }
     }
 
+    // Whether a read will not wait for long; false once stopped.
+    bool ready() const
+    {
+        while (waits_ && !stop_.load(std::memory_order_relaxed)) {
+            pollfd p{fd_, POLLIN, 0};
+            if (::poll(&p, 1, kPollMs) > 0) return true;
+        }
+        return !stop_.load(std::memory_order_relaxed);
+    }
+
     int fd_;
     bool owned_;
+    bool waits_;
+    const std::atomic<bool>& stop_;
     std::vector<uint8_t> buf_;
     size_t pos_ = 0, end_ = 0;
     uint64_t consumed_ = 0, pulled_ = 0;
@@ -409,7 +429,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::string& error)
+std::unique_ptr<FrameSource> openFrameSource(const std::string& path, const std::atomic<bool>& stop, std::string& error)
 {
     const bool stdin_ = path == "-";
     const std::string name = stdin_ ? "standard input" : path;
@@ -421,7 +441,7 @@ std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::strin
     struct stat st {};
     const bool regular = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     const uint64_t size = regular ? static_cast<uint64_t>(st.st_size) : 0;
-    auto in = std::make_unique<ByteSource>(fd, !stdin_);
+    auto in = std::make_unique<ByteSource>(fd, !stdin_, !regular, stop);
 
     const uint8_t* m = nullptr;
     if (!in->peek(4, m)) {

@@ -61,10 +61,15 @@ protected:
     std::string error_;
 };
 
+// How long a wait for input goes before it looks at the stop flag again (a signal wakes it sooner).
+constexpr int kPollMs = 100;
+
 // Opens `path` ("-": standard input). Classic pcap goes through libpcap; pcapng is read block by block
 // here, since libpcap neither says which interface a packet came from nor accepts interfaces of different
-// link types in one file. Null with `error` set when the file cannot be opened or is no capture.
-std::unique_ptr<FrameSource> openFrameSource(const std::string& path, std::string& error);
+// link types in one file. Null with `error` set when the file cannot be opened or is no capture. Input
+// that can keep a read waiting (a pipe, a terminal) is waited for, and ends once `stop` is set.
+std::unique_ptr<FrameSource> openFrameSource(const std::string& path, const std::atomic<bool>& stop,
+                                             std::string& error);
 // A live interface, frames handed over as they arrive; its next() gives 0 once `stop` is set.
 std::unique_ptr<FrameSource> openLiveSource(const std::string& interface, const std::string& filter,
                                             const std::atomic<bool>& stop, std::string& error);

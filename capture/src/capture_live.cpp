@@ -12,8 +12,6 @@ namespace detail {
 namespace {
 
 constexpr int kSnapLength = 262144;
-// How long a live read waits for a frame before it looks at the stop flag again.
-constexpr int kPollMs = 100;
 
 // Compiles `filter` for frames of `link` (with its link headers). False with `error` set when it does not.
 bool compileFilter(const std::string& filter, uint32_t link, bpf_program& program, std::string& error)

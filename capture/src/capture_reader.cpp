@@ -61,10 +61,12 @@ CaptureReader::~CaptureReader() = default;
 
 std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, const Options& options, std::string& error)
 {
-    auto source = detail::openFrameSource(path, error);
-    if (source && !options.filter.empty()) source = detail::filterFrames(std::move(source), options.filter, error);
-    if (!source) return nullptr;
-    return std::unique_ptr<CaptureReader>(new CaptureReader(std::make_unique<Impl>(options, std::move(source))));
+    auto impl = std::make_unique<Impl>(options, nullptr);
+    impl->source = detail::openFrameSource(path, impl->stop, error);
+    if (impl->source && !options.filter.empty())
+        impl->source = detail::filterFrames(std::move(impl->source), options.filter, error);
+    if (!impl->source) return nullptr;
+    return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(impl)));
 }
 
 std::unique_ptr<CaptureReader> CaptureReader::openLive(const std::string& interface, const Options& options,
@@ -91,7 +93,8 @@ bool CaptureReader::next(Message& out)
             i.frame(f);
             continue;
         }
-        if (r < 0) {
+        // A read cut short by stop() may leave a frame unfinished: that is the stop, not damage.
+        if (r < 0 && !i.stop.load(std::memory_order_relaxed)) {
             i.status.failed = true;
             i.status.error = i.source->error();
         }
