@@ -549,13 +549,81 @@ void listServices(const Json::Value& document, int version, const std::string& f
 
 } // namespace
 
+namespace {
+
+// The documents of a load, in file order, with the lookup index over them.
+struct LoadedDocuments {
+    std::deque<Json::Value> documents;
+    std::vector<int> versions;
+    std::vector<std::string> names;
+    ZQSomeIPFormatIndex index;
+
+    void indexAgain()
+    {
+        index = ZQSomeIPFormatIndex();
+        for (size_t d = 0; d < documents.size(); ++d) {
+            index.addDocument(documents[d], d, FormatRules::readLookupAttributes);
+        }
+    }
+    void drop(size_t d)
+    {
+        documents.erase(documents.begin() + static_cast<std::ptrdiff_t>(d));
+        versions.erase(versions.begin() + static_cast<std::ptrdiff_t>(d));
+        names.erase(names.begin() + static_cast<std::ptrdiff_t>(d));
+        indexAgain();
+    }
+};
+
+// Reads, parses and indexes every file; a file broken on its own (unreadable, not JSON, types that do
+// not resolve, a shape lookups cannot serve) goes to `broken`, which says whether the load goes on.
+template <typename Reader, typename Broken>
+bool readDocuments(const std::vector<std::string>& files, const Reader& read, const Broken& broken,
+                   LoadedDocuments& out)
+{
+    std::string text;
+    for (const std::string& file : files) {
+        Json::Value root;
+        int version = 0;
+        ZQSomeIPPlainStatus failed;
+        if (!read(file, text, failed) || !parseDocument(file, text, root, version, failed)) {
+            const bool json = failed.code == ZQSomeIPPlainError::BadFormatFile && failed.message.rfind("line ", 0) != 0;
+            if (!broken(std::move(failed), json)) {
+                return false;
+            }
+            continue;
+        }
+        std::string why;
+        if (version == 2 && !ZQSomeIPPlainFormatCompiler(root).checkTypes(why)) {
+            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file, why), true)) {
+                return false;
+            }
+            continue;
+        }
+        out.documents.push_back(std::move(root));
+        out.index.addDocument(out.documents.back(), out.documents.size() - 1, FormatRules::readLookupAttributes);
+        if (out.index.segments().back().scanned) {
+            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file,
+                                  "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" "
+                                  "values are not of the kinds a format file holds"),
+                        true)) {
+                return false;
+            }
+            out.documents.pop_back();
+            out.indexAgain();
+            continue;
+        }
+        out.versions.push_back(version);
+        out.names.push_back(file);
+    }
+    return true;
+}
+
+} // namespace
+
 std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(const std::vector<std::string>& files,
                                                                   const Reader& read, ZQSomeIPFormatLoadReport* report,
                                                                   ZQSomeIPPlainStatus& status)
 {
-    std::deque<Json::Value> documents;
-    std::vector<int> versions;
-    std::vector<std::string> names;
     // A broken file fails the load, or is left out of a lenient one.
     const auto broken = [report, &status](ZQSomeIPPlainStatus&& why, bool json) {
         if (report == nullptr) {
@@ -565,73 +633,33 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::build(const std::vec
         report->broken.push_back({why.path, why.message, json});
         return true;
     };
-    ZQSomeIPFormatIndex index;
-    const auto indexAgain = [&index, &documents] {
-        index = ZQSomeIPFormatIndex();
-        for (size_t d = 0; d < documents.size(); ++d) {
-            index.addDocument(documents[d], d, FormatRules::readLookupAttributes);
-        }
-    };
-    std::string text;
-    for (const std::string& file : files) {
-        Json::Value root;
-        int version = 0;
-        ZQSomeIPPlainStatus failed;
-        if (!read(file, text, failed) || !parseDocument(file, text, root, version, failed)) {
-            const bool json = failed.code == ZQSomeIPPlainError::BadFormatFile && failed.message.rfind("line ", 0) != 0;
-            if (!broken(std::move(failed), json)) {
-                return nullptr;
-            }
-            continue;
-        }
-        std::string why;
-        if (version == 2 && !ZQSomeIPPlainFormatCompiler(root).checkTypes(why)) {
-            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file, why), true)) {
-                return nullptr;
-            }
-            continue;
-        }
-        documents.push_back(std::move(root));
-        index.addDocument(documents.back(), documents.size() - 1, FormatRules::readLookupAttributes);
-        if (index.segments().back().scanned) {
-            if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, file,
-                                  "cannot serve lookups: its root, \"Services\", service, entry or \"Attribute\" "
-                                  "values are not of the kinds a format file holds"),
-                        true)) {
-                return nullptr;
-            }
-            documents.pop_back();
-            indexAgain();
-            continue;
-        }
-        versions.push_back(version);
-        names.push_back(file);
+    LoadedDocuments loaded;
+    if (!readDocuments(files, read, broken, loaded)) {
+        return nullptr;
     }
     // A file whose types break a method is left out of a lenient load and the rest built again; each
     // round leaves out one file, so this ends.
-    while (!documents.empty()) {
+    while (!loaded.documents.empty()) {
         auto set = std::make_shared<ZQSomeIPFormatSet>();
-        Builder builder(documents, versions);
+        Builder builder(loaded.documents, loaded.versions);
         // Error entries and versioned services of version-2 files; the unversioned services are needed
         // only when some service carries a version.
-        if (builder.indexed(index, set->methods_) && builder.walk(true, set->errors_, set->versioned_, set->unversioned_) &&
+        if (builder.indexed(loaded.index, set->methods_) &&
+            builder.walk(true, set->errors_, set->versioned_, set->unversioned_) &&
             (set->versioned_.empty() || builder.walk(false, set->errors_, set->versioned_, set->unversioned_))) {
             if (report != nullptr) {
-                report->files = names;
-                for (size_t d = 0; report->list && d < documents.size(); ++d) {
-                    listServices(documents[d], versions[d], names[d], report->services);
+                report->files = loaded.names;
+                for (size_t d = 0; report->list && d < loaded.documents.size(); ++d) {
+                    listServices(loaded.documents[d], loaded.versions[d], loaded.names[d], report->services);
                 }
             }
             return set;
         }
         const size_t d = builder.failedDocument;
-        if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, names[d], builder.why), true)) {
+        if (!broken(loadError(ZQSomeIPPlainError::BadFormatFile, loaded.names[d], builder.why), true)) {
             return nullptr;
         }
-        documents.erase(documents.begin() + static_cast<std::ptrdiff_t>(d));
-        versions.erase(versions.begin() + static_cast<std::ptrdiff_t>(d));
-        names.erase(names.begin() + static_cast<std::ptrdiff_t>(d));
-        indexAgain();
+        loaded.drop(d);
     }
     return nullptr;
 }
