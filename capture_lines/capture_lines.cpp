@@ -178,7 +178,7 @@ void CaptureLineWriter::appendNames(std::string& out)
     }
 }
 
-void CaptureLineWriter::appendTime(std::string& out, const cap::Message& m)
+void CaptureLineWriter::appendTime(std::string& out, const CapturePart& m)
 {
     // Captures hold runs of frames within one second: the calendar part is worked out once per second.
     if (m.seconds != cached_second_ || time_text_.empty()) {
@@ -207,9 +207,24 @@ void CaptureLineWriter::appendTime(std::string& out, const cap::Message& m)
     out += "Z\"";
 }
 
-bool CaptureLineWriter::appendCapture(const cap::Message& m, std::string& out, LineOutcome& outcome)
+CaptureLineWriter::CapturePart CaptureLineWriter::capturePart(const cap::Message& m)
 {
-    outcome = LineOutcome();
+    CapturePart p;
+    p.frame = m.frame;
+    p.seconds = m.seconds;
+    p.nanoseconds = m.nanoseconds;
+    p.time_digits = m.time_digits;
+    p.transport = m.transport;
+    p.source = m.source;
+    p.destination = m.destination;
+    p.has_header = m.has_header;
+    p.header = m.header;
+    p.tp_segments = m.tp_segments;
+    return p;
+}
+
+void CaptureLineWriter::appendCapturePart(const CapturePart& m, std::string& out)
+{
     out += "{\"frame\":";
     appendNumber(out, m.frame);
     if (!file_.empty()) {
@@ -228,6 +243,12 @@ bool CaptureLineWriter::appendCapture(const cap::Message& m, std::string& out, L
     if (m.tp_segments > 0) {
         appendMember(out, "tp_segments", m.tp_segments);
     }
+}
+
+bool CaptureLineWriter::appendCapture(const cap::Message& m, std::string& out, LineOutcome& outcome)
+{
+    outcome = LineOutcome();
+    appendCapturePart(capturePart(m), out);
     if (!m.ok()) {
         out += ",\"error\":{\"code\":";
         appendWord(out, cap::errorName(m.error));
@@ -245,7 +266,7 @@ bool CaptureLineWriter::appendCapture(const cap::Message& m, std::string& out, L
         appendSd(out, *m.sd);
         outcome.decoded = true;
     } else {
-        return true;
+        return true;  // pending(m)
     }
     out += '}';
     return false;

@@ -104,8 +104,29 @@ public:
     LineOutcome appendPayload(const ZQSomeIP::capture::Header& header, const uint8_t* payload, size_t size,
                               std::string& out);
 
+    // The members appendCapture writes before a message's error, service discovery entries or payload,
+    // held by value: a message whose payload is to be decoded (`pending`) can have its whole line written
+    // on another thread than the one reading the capture.
+    struct CapturePart {
+        uint64_t frame = 0;
+        int64_t seconds = 0;
+        uint32_t nanoseconds = 0;
+        uint8_t time_digits = 6;
+        ZQSomeIP::capture::Transport transport = ZQSomeIP::capture::Transport::Udp;
+        ZQSomeIP::capture::Endpoint source;
+        ZQSomeIP::capture::Endpoint destination;
+        bool has_header = false;
+        ZQSomeIP::capture::Header header;
+        uint32_t tp_segments = 0;
+    };
+    static CapturePart capturePart(const ZQSomeIP::capture::Message& m);
+    // Whether appendCapture would leave the payload of `m` to appendPayload.
+    static bool pending(const ZQSomeIP::capture::Message& m) { return m.ok() && m.sd == nullptr; }
+    // The line's opening "{" and the members of `part` (the "file" member as setFile gave it).
+    void appendCapturePart(const CapturePart& part, std::string& out);
+
 private:
-    void appendTime(std::string& out, const ZQSomeIP::capture::Message& m);
+    void appendTime(std::string& out, const CapturePart& part);
     void appendNames(std::string& out);
 
     PayloadDecoder& decoder_;

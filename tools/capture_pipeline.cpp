@@ -60,12 +60,28 @@ LinePipeline::~LinePipeline()
     }
 }
 
+void LinePipeline::setFile(const std::string& file)
+{
+    // A batch's lines share one file name.
+    if (!filling_->items.empty()) {
+        submit();
+    }
+    file_ = file;
+    filling_->file = file;
+    head_.setFile(file);
+}
+
 void LinePipeline::add(const ZQSomeIP::capture::Message& m)
 {
     Batch& b = *filling_;
     Item item;
-    item.header = m.header;
-    item.pending = head_.appendCapture(m, b.heads, item.outcome);
+    item.pending = capture_lines::CaptureLineWriter::pending(m);
+    if (item.pending) {
+        item.part = capture_lines::CaptureLineWriter::capturePart(m);
+    } else {
+        item.part.header = m.header;
+        head_.appendCapture(m, b.heads, item.outcome);
+    }
     item.head_end = b.heads.size();
     if (item.pending) {
         b.payloads.insert(b.payloads.end(), m.payload, m.payload + m.payload_size);
@@ -87,6 +103,7 @@ void LinePipeline::submit()
         next = std::make_unique<Batch>();
     }
     std::swap(next, filling_);
+    filling_->file = file_;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         queued_.push_back(next.get());
@@ -170,15 +187,18 @@ void LinePipeline::work(capture_lines::PayloadDecoder& decoder)
 // The batch's lines: each capture part, ended by its decoded payload where one is pending.
 void LinePipeline::finish(Batch& b, capture_lines::CaptureLineWriter& writer)
 {
+    writer.setFile(b.file);
     size_t head = 0, payload = 0;
     for (const Item& item : b.items) {
         b.text.append(b.heads, head, item.head_end - head);
         capture_lines::LineOutcome outcome = item.outcome;
         if (item.pending) {
-            outcome = writer.appendPayload(item.header, b.payloads.data() + payload, item.payload_end - payload, b.text);
+            writer.appendCapturePart(item.part, b.text);
+            outcome = writer.appendPayload(item.part.header, b.payloads.data() + payload, item.payload_end - payload,
+                                           b.text);
         }
         b.text += '\n';
-        b.tally.add(outcome, item.header);
+        b.tally.add(outcome, item.part.header);
         head = item.head_end;
         payload = item.payload_end;
     }

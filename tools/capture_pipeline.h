@@ -41,24 +41,27 @@ public:
     LinePipeline& operator=(const LinePipeline&) = delete;
 
     // Lines carry a "file" member with this name (CaptureLineWriter::setFile). Only between files.
-    void setFile(std::string file) { head_.setFile(std::move(file)); }
+    void setFile(const std::string& file);
     // Queues the line for `m` (its payload and SD pointers are not kept).
     void add(const ZQSomeIP::capture::Message& m);
     // Writes every line queued so far.
     void drain();
 
 private:
+    // A line whose payload is to be decoded is written wholly by a worker, from its capture part;
+    // the others (errors, service discovery) are written by the reading thread into Batch::heads.
     struct Item {
-        size_t head_end = 0;     // end of its capture part in Batch::heads
+        size_t head_end = 0;     // end of its text in Batch::heads
         size_t payload_end = 0;  // end of its payload in Batch::payloads
         bool pending = false;    // the payload is still to be decoded
-        ZQSomeIP::capture::Header header;
+        capture_lines::CaptureLineWriter::CapturePart part;  // of a pending line
         capture_lines::LineOutcome outcome;  // of a line without payload to decode
     };
     struct Batch {
         std::vector<Item> items;
         std::string heads;
         std::vector<uint8_t> payloads;
+        std::string file;        // of every line of the batch
         std::string text;        // the finished lines
         LineTally tally;
         bool done = false;
@@ -74,6 +77,7 @@ private:
     FILE* out_;
     LineTally& tally_;
     std::unique_ptr<Batch> filling_;
+    std::string file_;
     std::vector<std::unique_ptr<Batch>> spare_;
 
     std::mutex mutex_;
