@@ -317,10 +317,11 @@ TEST(PlainProgramAgreement, GeneratedFormatsAndPayloads)
         // with version-2 ones (whose generator favours unions, TLV, aligned and fixed-size strings).
         EXPECT_GT(one.decode.taken * 10, one.decode.done * 3);
         EXPECT_GT(two.decode.taken * 10, two.decode.done * 1);
-        // Encode: about 40% of the texts the reference encodes with version-1 formats, 5% with version-2
-        // ones (most texts of those have their keys sorted by the generator, or reach unions and TLV).
+        // Encode: about 40% of the texts the reference encodes with version-1 formats, 0.7 to 5% with
+        // version-2 ones, depending on the seed (most texts of those have their keys sorted by the
+        // generator, or reach unions and TLV): the bound only says the program is not bypassed.
         EXPECT_GT(one.encode.taken * 10, one.encode.done * 2);
-        EXPECT_GT(two.encode.taken * 100, two.encode.done * 2);
+        EXPECT_GT(two.encode.taken * 400, two.encode.done);
     }
 }
 
