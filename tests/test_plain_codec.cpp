@@ -297,7 +297,11 @@ TEST(PlainCodec, LenientLoadingLeavesBrokenFilesOut)
     ASSERT_EQ(report.services.size(), 1u);
     EXPECT_EQ(report.services[0].name, "Good");
     ASSERT_EQ(report.services[0].entries.size(), 1u);
-    EXPECT_EQ(report.services[0].entries[0].messageTypes, std::vector<std::string>{"request"});
+    // A method's request serves both request types.
+    const auto& lookups = report.services[0].entries[0].lookups;
+    ASSERT_EQ(lookups.size(), 2u);
+    EXPECT_EQ(lookups[0].messageType, 0x00);
+    EXPECT_EQ(lookups[1].messageType, 0x01);
     for (const auto& f : files) {
         const auto it = std::find_if(report.broken.begin(), report.broken.end(),
                                      [&](const ZQSomeIPFormatFileProblem& p) { return p.file == dir.path + "/" + f.file; });

@@ -382,7 +382,7 @@ TEST_F(Tool, PartialFormatTreesAndTheirListing)
           dir + "/cut.json: broken: line 3", "1 file, 2 services, 2 broken\n"}, {}, "broken format file"},
         {"formats " + dir + " --json --allow-failures", "", 0,
          {R"("id":4660,"id_hex":"0x1234","name":"Climate","major_version":2,"entries":[{"kind":"event","id":32769,)"
-          R"("id_hex":"0x8001","name":"CabinV2","message_types":[{"name":"notification","type":2}]}]})", "cut.json\",\"message\":"}, {}, ""},
+          R"("id_hex":"0x8001","name":"CabinV2","message_types":[{"name":"notification","type":2,"id":32769,"id_hex":"0x8001"}]}]})", "cut.json\",\"message\":"}, {}, ""},
         {"formats " + dir + "/absent", "", 2, {}, {"cannot read format descriptions: "}, ""},
     };
     for (const auto& c : cases) {

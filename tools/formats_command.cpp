@@ -13,32 +13,6 @@ namespace {
 using ZQSomeIP::ZQSomeIPFormatEntry;
 using ZQSomeIP::ZQSomeIPFormatService;
 
-// The SOME/IP message types a "MethodType" word of an entry serves, as lookups find them.
-struct Served {
-    const char* name;
-    int type;
-};
-
-std::vector<Served> served(const ZQSomeIPFormatEntry& e, const std::string& word)
-{
-    if (word == "request") {
-        if (e.kind == "method") {
-            return {{"request", 0x00}, {"request_no_return", 0x01}};
-        }
-        return e.kind == "field" ? std::vector<Served>{{"request", 0x00}} : std::vector<Served>{};
-    }
-    if (word == "response" && e.kind != "event") {
-        return {{"response", 0x80}};
-    }
-    if (word == "event" && e.kind != "method") {
-        return {{"notification", 0x02}};
-    }
-    if (word == "error" && e.kind != "event") {
-        return {{"error", 0x81}};
-    }
-    return {};  // a word no lookup asks for
-}
-
 std::string hexId(int id, int digits)
 {
     char text[16];
@@ -89,11 +63,11 @@ private:
                 out += "    " + e.kind + " " + hexId(e.id, 4) + " (" + std::to_string(e.id) + ")";
                 out += (e.name.empty() ? "" : " " + e.name) + ":";
                 const char* separator = " ";
-                for (const std::string& word : e.messageTypes) {
-                    for (const Served& t : served(e, word)) {
-                        out += separator + std::string(t.name) + " " + hexId(t.type, 2);
-                        separator = ", ";
-                    }
+                for (const ZQSomeIPFormatEntry::Lookup& l : e.lookups) {
+                    out += separator + std::string(messageTypeName(l.messageType)) + " " + hexId(l.messageType, 2);
+                    // A field's notification is found by its event ID.
+                    out += l.id == e.id ? "" : " at " + hexId(l.id, 4) + " (" + std::to_string(l.id) + ")";
+                    separator = ", ";
                 }
                 out += "\n";
             }
@@ -128,13 +102,10 @@ private:
                        "\",\"name\":";
                 appendJsonString(out, e.name);
                 out += ",\"message_types\":[";
-                bool first = true;
-                for (const std::string& word : e.messageTypes) {
-                    for (const Served& t : served(e, word)) {
-                        out += first ? "" : ",";
-                        out += "{\"name\":\"" + std::string(t.name) + "\",\"type\":" + std::to_string(t.type) + "}";
-                        first = false;
-                    }
+                for (const ZQSomeIPFormatEntry::Lookup& l : e.lookups) {
+                    out += &l == &e.lookups.front() ? "{\"name\":\"" : ",{\"name\":\"";
+                    out += std::string(messageTypeName(l.messageType)) + "\",\"type\":" + std::to_string(l.messageType) +
+                           ",\"id\":" + std::to_string(l.id) + ",\"id_hex\":\"" + hexId(l.id, 4) + "\"}";
                 }
                 out += "]}";
             }

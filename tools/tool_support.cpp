@@ -105,21 +105,36 @@ bool parseId(std::string_view text, int& out)
     return true;
 }
 
+namespace {
+
+const struct {
+    const char* name;
+    int value;
+} kMessageTypes[] = {
+    {"request", 0x00}, {"request_no_return", 0x01}, {"notification", 0x02}, {"response", 0x80}, {"error", 0x81},
+};
+
+} // namespace
+
 bool parseMessageType(std::string_view text, int& out)
 {
-    static const struct {
-        std::string_view name;
-        int value;
-    } names[] = {
-        {"request", 0x00}, {"request_no_return", 0x01}, {"notification", 0x02}, {"response", 0x80}, {"error", 0x81},
-    };
-    for (const auto& n : names) {
+    for (const auto& n : kMessageTypes) {
         if (text == n.name) {
             out = n.value;
             return true;
         }
     }
     return parseId(text, out);
+}
+
+const char* messageTypeName(int type)
+{
+    for (const auto& n : kMessageTypes) {
+        if (n.value == type) {
+            return n.name;
+        }
+    }
+    return nullptr;
 }
 
 bool parseHex(std::string_view text, std::vector<uint8_t>& out, std::string& why)

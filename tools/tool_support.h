@@ -68,6 +68,8 @@ struct Route {
 bool parseId(std::string_view text, int& out);
 // A number as parseId reads it, or request, request_no_return, notification, response, error.
 bool parseMessageType(std::string_view text, int& out);
+// The name parseMessageType reads for `type`, or null for a type without one.
+const char* messageTypeName(int type);
 // Pairs of hex digits, either case; blanks may separate bytes but not split one. Replaces `out`; on
 // bad text returns false with `why` set.
 bool parseHex(std::string_view text, std::vector<uint8_t>& out, std::string& why);

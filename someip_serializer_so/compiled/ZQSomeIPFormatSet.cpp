@@ -1,6 +1,7 @@
 #include "ZQSomeIPFormatSet.h"
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <fstream>
@@ -169,6 +170,18 @@ bool parseDocument(const std::string& file, const std::string& text, Json::Value
     return true;
 }
 
+// A version-2 service's "MajorVersion" (0..255), or -1.
+int majorVersionOf(const Json::Value& service, int version)
+{
+    const Json::Value& major = service.isObject() ? service["MajorVersion"] : Json::Value::nullSingleton();
+    return version == 2 && major.isIntegral() && major.asInt64() >= 0 && major.asInt64() <= 255 ? major.asInt() : -1;
+}
+
+int idOf(const Json::Value& owner, const char* key)
+{
+    return quickStringToNum<int>(owner.get(key, Json::Value()).asString());
+}
+
 // Compiles the method formats of the loaded documents, each "Params" entry once.
 class Builder {
 public:
@@ -211,11 +224,7 @@ public:
         }
         if (service != nullptr) {
             method->serviceName = textOf(*service, "ServiceName");
-            const Json::Value& major = service->isObject() ? (*service)["MajorVersion"] : Json::Value::nullSingleton();
-            if (document < versions_.size() && versions_[document] == 2 && major.isIntegral() && major.asInt64() >= 0 &&
-                major.asInt64() <= 255) {
-                method->majorVersion = major.asInt();
-            }
+            method->majorVersion = majorVersionOf(*service, document < versions_.size() ? versions_[document] : 0);
         }
         if (entry != nullptr) {
             for (const char* key : {"MethodName", "EventName", "FieldName"}) {
@@ -291,7 +300,7 @@ private:
     bool walkService(size_t d, const Json::Value& service, bool extras, std::set<std::pair<int, uint64_t>>& seen,
                      Tables& out)
     {
-        const int serviceID = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
+        const int serviceID = idOf(service, "ServiceID");
         const Json::Value& major = service["MajorVersion"];
         const bool hasVersion = versions_[d] == 2 && major.isIntegral();
         if (!extras && hasVersion) {
@@ -316,7 +325,7 @@ private:
                     if (!list.isArray()) {
                         continue;
                     }
-                    const int methodID = quickStringToNum<int>(entry.get(plan.idKey, Json::Value()).asString());
+                    const int methodID = idOf(entry, plan.idKey);
                     for (const Json::Value& params : list) {
                         if (!params.isObject() || params.get("MethodType", Json::Value()).asString() != word) {
                             continue;
@@ -496,6 +505,32 @@ std::shared_ptr<const ZQSomeIPFormatSet> ZQSomeIPFormatSet::loadText(const std::
 
 namespace {
 
+// The message types a lookup finds `entry` of the member array `array` for, by the search plans every
+// lookup follows (error entries are read from version-2 files only).
+std::vector<ZQSomeIPFormatEntry::Lookup> lookupsOf(const Json::Value& entry, const char* array, int version)
+{
+    std::vector<ZQSomeIPFormatEntry::Lookup> out;
+    const Json::Value& params = entry["Params"];
+    for (const int type : {0x00, 0x01, 0x02, 0x80, 0x81}) {
+        ZQSomeIPSearchPlan plan;
+        searchPlanFor(type, plan);
+        const bool searched = std::any_of(std::begin(plan.arrays), std::end(plan.arrays), [array](const char* a) {
+            return a != nullptr && std::strcmp(a, array) == 0;
+        });
+        const char* word = type == 0x81 ? "error" : plan.methodType;
+        if (!searched || (type == 0x81 && version != 2) || !params.isArray()) {
+            continue;
+        }
+        for (const Json::Value& p : params) {
+            if (p.isObject() && p.get("MethodType", Json::Value()).asString() == word) {
+                out.push_back({type, idOf(entry, plan.idKey)});
+                break;
+            }
+        }
+    }
+    return out;
+}
+
 // What a loaded file holds, as a listing shows it: every service and entry in file order, IDs read
 // as the lookup reads them.
 void listServices(const Json::Value& document, int version, const std::string& file,
@@ -519,37 +554,21 @@ void listServices(const Json::Value& document, int version, const std::string& f
         }
         ZQSomeIPFormatService listed;
         listed.file = file;
-        listed.id = quickStringToNum<int>(service.get("ServiceID", Json::Value()).asString());
+        listed.id = idOf(service, "ServiceID");
         listed.name = textOf(service, "ServiceName");
-        const Json::Value& major = service["MajorVersion"];
-        if (version == 2 && major.isIntegral() && major.asInt64() >= 0 && major.asInt64() <= 255) {
-            listed.majorVersion = major.asInt();
-        }
+        listed.majorVersion = majorVersionOf(service, version);
         for (const auto& a : kArrays) {
             const Json::Value& entries = service[a.array];
             for (Json::ArrayIndex i = 0; entries.isArray() && i < entries.size(); ++i) {
-                const Json::Value& entry = entries[i];
-                if (!entry.isObject()) {
-                    continue;
+                if (entries[i].isObject()) {
+                    listed.entries.push_back(
+                        {a.kind, idOf(entries[i], a.idKey), textOf(entries[i], a.nameKey), lookupsOf(entries[i], a.array, version)});
                 }
-                ZQSomeIPFormatEntry e;
-                e.kind = a.kind;
-                e.id = quickStringToNum<int>(entry.get(a.idKey, Json::Value()).asString());
-                e.name = textOf(entry, a.nameKey);
-                const Json::Value& params = entry["Params"];
-                for (Json::ArrayIndex k = 0; params.isArray() && k < params.size(); ++k) {
-                    e.messageTypes.push_back(textOf(params[k], "MethodType"));
-                }
-                listed.entries.push_back(std::move(e));
             }
         }
         out.push_back(std::move(listed));
     }
 }
-
-} // namespace
-
-namespace {
 
 // The documents of a load, in file order, with the lookup index over them.
 struct LoadedDocuments {

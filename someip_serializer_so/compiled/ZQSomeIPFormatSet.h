@@ -175,10 +175,16 @@ struct ZQSomeIPFormatFileProblem {
 
 // One method, event or field entry of a format file, as a listing of a format tree shows it.
 struct ZQSomeIPFormatEntry {
-    std::string kind;                       // "method", "event" or "field"
-    int id = 0;                             // its "MethodID" ("EventID" for events)
-    std::string name;                       // its "MethodName", "EventName" or "FieldName"
-    std::vector<std::string> messageTypes;  // the "MethodType" words of its "Params" entries, in order
+    std::string kind;  // "method", "event" or "field"
+    int id = 0;        // its "MethodID" ("EventID" for events)
+    std::string name;  // its "MethodName", "EventName" or "FieldName"
+    // A message type a lookup finds the entry for, and the ID it is found under (a field's notification
+    // goes by its "EventID").
+    struct Lookup {
+        int messageType = 0;
+        int id = 0;
+    };
+    std::vector<Lookup> lookups;  // in the order 0x00, 0x01, 0x02, 0x80, 0x81
 };
 
 // One service of a format file, with its entries.
