@@ -121,7 +121,7 @@ private:
         return true;
     }
 
-    void summary(const report::Report& r, double elapsed)
+    void summary(const report::Report& r, double elapsed) const
     {
         const report::Summary& s = r.summary;
         fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu decoded, %llu failed, %zu signals in %.2f s; "
