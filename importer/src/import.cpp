@@ -78,6 +78,13 @@ ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> source
         inputs.push_back(std::move(in));
     }
     import::Report report;
+    for (const auto& in : inputs) {
+        if (in->notUtf8().bytes > 0) {
+            report.approximated({in->name(), in->notUtf8().line, ""},
+                                in->notUtf8().bytes == 1 ? "a byte that is not UTF-8 is read as U+FFFD"
+                                    : std::to_string(in->notUtf8().bytes) + " bytes that are not UTF-8 (the first on this line) are read as U+FFFD");
+        }
+    }
     import::FormatBuilder builder(report);
     if (!fibex.empty()) {
         import::readFibex(fibex, builder, report);

@@ -8,20 +8,94 @@
 #include <cstring>
 #include <locale.h>
 
+#include "compiled/ZQSomeIPUtf8.h"
+
 namespace ZQSomeIP {
 namespace import {
+
+namespace {
+
+// Each byte from `from` on that is not part of well-formed UTF-8 becomes U+FFFD (line breaks stay where
+// they are, so lines still count); `count` gets how many.
+std::string withReplacements(std::string_view s, size_t from, size_t& count)
+{
+    std::string out;
+    out.reserve(s.size() + 64);
+    out.append(s.substr(0, from));
+    for (size_t i = from; i < s.size();) {
+        const size_t n = utf8SequenceLength(s, i);
+        if (n == 0) {
+            out += "\xEF\xBF\xBD";
+            ++count;
+            ++i;
+        } else {
+            out.append(s.substr(i, n));
+            i += n;
+        }
+    }
+    return out;
+}
+
+// The parser converts UTF-32 without a check, so a unit that is no character would come out as bytes
+// that are not UTF-8. It tells UTF-32 by a byte order mark or a '<' alone in the first unit; so does
+// this. The offset of the first such unit, or npos.
+size_t badUtf32Unit(std::string_view s)
+{
+    bool little = false;
+    if (s.substr(0, 4) == std::string_view("\xFF\xFE\0\0", 4) || s.substr(0, 4) == std::string_view("<\0\0\0", 4)) {
+        little = true;
+    } else if (s.substr(0, 4) != std::string_view("\0\0\xFE\xFF", 4) && s.substr(0, 4) != std::string_view("\0\0\0<", 4)) {
+        return std::string_view::npos;
+    }
+    for (size_t i = 0; i + 4 <= s.size(); i += 4) {
+        uint32_t u = 0;
+        for (size_t k = 0; k < 4; ++k) {
+            u = (u << 8) | static_cast<unsigned char>(s[i + (little ? 3 - k : k)]);
+        }
+        if (u > 0x10FFFF || (u >= 0xD800 && u <= 0xDFFF)) {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
+}  // namespace
+
+pugi::xml_parse_result XmlInput::load(pugi::xml_encoding encoding)
+{
+    size_ = buffer_.size();
+    // In place: the DOM's strings live in the buffer, so a file costs its size plus the nodes. An
+    // element's text is kept in the element (a node less for most elements of a description, a third
+    // of the DOM); the readers take text through child_value(), which reads it there.
+    return doc_.load_buffer_inplace(buffer_.data(), buffer_.size(), pugi::parse_default | pugi::parse_embed_pcdata, encoding);
+}
 
 std::unique_ptr<XmlInput> XmlInput::parse(std::string name, std::string text, std::string& error)
 {
     std::unique_ptr<XmlInput> input(new XmlInput());
     input->name_ = std::move(name);
+    if (const size_t bad = badUtf32Unit(text); bad != std::string_view::npos) {
+        error = input->name_ + ": not well-formed XML (the UTF-32 unit at byte " + std::to_string(bad) + " is no character)";
+        return nullptr;
+    }
+    // Names and texts end up in JSON, whose writer puts U+FFFD for every byte that is not UTF-8: two names
+    // apart only there would be written the same after the readers told them apart. So such bytes are
+    // read as U+FFFD from the start (an editor writing Latin-1 under a UTF-8 declaration is the usual
+    // cause), and the report says so. Other encodings the parser converts itself.
+    const size_t firstBad = utf8ValidPrefix(text);
+    std::string original;
+    if (firstBad != text.size()) {
+        original = text;  // the parse below writes into the buffer
+    }
     input->buffer_ = std::move(text);
-    input->size_ = input->buffer_.size();
-    // In place: the DOM's strings live in the buffer, so a file costs its size plus the nodes. An
-    // element's text is kept in the element (a node less for most elements of a description, a third
-    // of the DOM); the readers take text through child_value(), which reads it there.
-    const pugi::xml_parse_result result = input->doc_.load_buffer_inplace(input->buffer_.data(), input->buffer_.size(),
-                                                                          pugi::parse_default | pugi::parse_embed_pcdata);
+    pugi::xml_parse_result result = input->load(pugi::encoding_auto);
+    if (result && !original.empty() && result.encoding == pugi::encoding_utf8) {
+        input->notUtf8_.bytes = 0;
+        input->buffer_ = withReplacements(original, firstBad, input->notUtf8_.bytes);
+        input->notUtf8_.line = 1 + static_cast<size_t>(std::count(original.begin(), original.begin() + static_cast<ptrdiff_t>(firstBad), '\n'));
+        original = std::string();
+        result = input->load(pugi::encoding_utf8);
+    }
     if (!result) {
         const size_t offset = std::min<size_t>(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0)), input->size_);
         const size_t line = 1 + static_cast<size_t>(std::count(input->buffer_.begin(),

@@ -34,14 +34,22 @@ public:
     size_t line(pugi::xml_node node) const;
     Place place(pugi::xml_node node, std::string path) const { return {name_, line(node), std::move(path)}; }
     size_t bytes() const { return size_; }
+    // Bytes of the file that were not UTF-8 and are read as U+FFFD, and the line of the first.
+    struct NotUtf8 {
+        size_t bytes = 0;
+        size_t line = 0;
+    };
+    const NotUtf8& notUtf8() const { return notUtf8_; }
 
 private:
     XmlInput() = default;
+    pugi::xml_parse_result load(pugi::xml_encoding encoding);
     std::string name_;
     std::string buffer_;  // the DOM's strings point into it
     size_t size_ = 0;
     pugi::xml_document doc_;
     mutable std::vector<size_t> lineStarts_;
+    NotUtf8 notUtf8_;
 };
 
 // An element's name without its namespace prefix ("fx:SERVICE-INTERFACE" -> "SERVICE-INTERFACE").

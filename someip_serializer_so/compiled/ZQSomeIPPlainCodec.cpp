@@ -17,6 +17,7 @@
 #include "ZQSomeIPJsonText.h"
 #include "ZQSomeIPLightJson.h"
 #include "ZQSomeIPPlainProgram.h"
+#include "ZQSomeIPUtf8.h"
 #include "someip/ZQSomeIPPayloadDeserializerGeneral.h"
 #include "someip/ZQSomeIPPayloadSerializerGeneral.h"
 #include "someip/ZQSomeIPPayloadUtf16.h"
@@ -158,51 +159,7 @@ bool plainOwnStringRules(const ZQSomeIPPlainParam& p, const ZQSomeIPExtendAttr& 
            (a.string_utf == ZQ_SOMEIP_PAYLOAD_STRING_UTF16 && p.stringUtf16ByteOrder != a.byte_order));
 }
 
-bool plainValidUtf8(std::string_view s)
-{
-    size_t i = 0;
-    while (i < s.size()) {
-        uint64_t eight = 0;  // most text is ASCII: eight bytes without a high bit at a time
-        if (i + 8 <= s.size() && (memcpy(&eight, s.data() + i, 8), eight & 0x8080808080808080u) == 0) {
-            i += 8;
-            continue;
-        }
-        const auto c = static_cast<unsigned char>(s[i]);
-        size_t n = 0;
-        uint32_t cp = 0;
-        if (c < 0x80) {
-            ++i;
-            continue;
-        } else if ((c & 0xE0) == 0xC0) {
-            n = 1;
-            cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            n = 2;
-            cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            n = 3;
-            cp = c & 0x07;
-        } else {
-            return false;
-        }
-        if (i + n >= s.size()) {
-            return false;
-        }
-        for (size_t k = 1; k <= n; ++k) {
-            const auto d = static_cast<unsigned char>(s[i + k]);
-            if ((d & 0xC0) != 0x80) {
-                return false;
-            }
-            cp = (cp << 6) | (d & 0x3F);
-        }
-        const uint32_t least[] = {0, 0x80, 0x800, 0x10000};
-        if (cp < least[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-            return false;
-        }
-        i += n + 1;
-    }
-    return true;
-}
+bool plainValidUtf8(std::string_view s) { return utf8ValidPrefix(s) == s.size(); }
 
 size_t plainUtf16Units(std::string_view s)
 {
