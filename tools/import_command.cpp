@@ -72,7 +72,8 @@ public:
         app.add_flag("--check", check_, "Load every written document back as a format set (slower; the importer's "
                                          "own tests do this for every rule)");
         app.footer("A summary line goes to standard error. Exit status: 0 success, 1 an input that is no "
-                   "description or (--strict) something left out, 2 bad arguments or unreadable files.");
+                   "description or (--strict) something left out, 2 bad arguments or unreadable files, 130/143 "
+                   "interrupted (SIGINT/SIGTERM); --allow-failures turns 1 into 0; see docs/cli.md.");
     }
 
     int run() override

@@ -62,7 +62,8 @@ public:
         app.add_option("--max-signals", max_signals_, "Plot at most this many values (default 50)");
         app.add_flag("--quiet", quiet_, "No summary line on standard error");
         app.footer("Exit status: 0 success, 1 a damaged capture or messages that failed to decode (the report is "
-                   "written all the same), 2 bad arguments or unreadable files; see docs/cli.md.");
+                   "written all the same), 2 bad arguments or unreadable files, 130/143 interrupted (SIGINT/SIGTERM); "
+                   "--allow-failures turns 1 into 0; see docs/cli.md.");
     }
 
     int run() override
@@ -124,9 +125,12 @@ private:
     void summary(const report::Report& r, double elapsed) const
     {
         const report::Summary& s = r.summary;
-        fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu decoded, %llu failed, %zu signals in %.2f s; "
-                        "written to %s%s%s\n",
-                static_cast<unsigned long long>(s.stats.messages), static_cast<unsigned long long>(s.decoded),
+        // Records are the messages and the capture's error records (a TCP hole, missing fragments), as
+        // capture's lines are: what is decoded or failed adds up to them.
+        fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu records, %llu decoded, %llu failed, %zu signals "
+                        "in %.2f s; written to %s%s%s\n",
+                static_cast<unsigned long long>(s.stats.messages), static_cast<unsigned long long>(s.records),
+                static_cast<unsigned long long>(s.decoded),
                 static_cast<unsigned long long>(s.records - s.decoded), r.signals.size(), elapsed, output_.c_str(),
                 brokenNote(formats_.broken).c_str(), interruptNote().c_str());
     }
