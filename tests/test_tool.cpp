@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -713,6 +714,21 @@ bool waitsIdle(pid_t pid, int fd, std::string& text)
     return false;
 }
 
+// The wait status of `pid` once it has ended; killed (and a failure) when that takes a minute.
+int waitEnded(pid_t pid)
+{
+    int raw = 0, waited = 0;
+    while (waitpid(pid, &raw, WNOHANG) == 0 && ++waited < 6000) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (waited == 6000) {
+        ADD_FAILURE() << "the tool did not end";
+        kill(pid, SIGKILL);
+        waitpid(pid, &raw, 0);
+    }
+    return raw;
+}
+
 } // namespace
 
 // SIGINT, SIGTERM and SIGPIPE end a capture or a stream decode through pipes cleanly: busy with an
@@ -781,15 +797,7 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
             EXPECT_TRUE(readLines(out, text, SIZE_MAX)) << "the output did not end";
             close(out);
         }
-        int raw = 0, waited = 0;
-        while (waitpid(pid, &raw, WNOHANG) == 0 && ++waited < 6000) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        if (waited == 6000) {
-            ADD_FAILURE() << "the tool did not end";
-            kill(pid, SIGKILL);
-            waitpid(pid, &raw, 0);
-        }
+        const int raw = waitEnded(pid);
         done = true;
         feeder.join();
         EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == c.status) << raw;
@@ -814,7 +822,22 @@ TEST_F(Tool, InterruptsEndCleanlyThreads)
         EXPECT_EQ(std::count_if(lines.begin(), lines.end(), wholeJson), static_cast<long>(lines.size()));
     }
     signal(SIGPIPE, ignored);
-    for (const char* suffix : {".json", ".err"}) {
+
+    // A named pipe given by path that no writer opens: the wait for one ends on an interrupt as well.
+    const std::string fifo = base + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    int in = -1, out = -1;
+    const pid_t pid = startPiped("decode --stream " + fifo + " " + examples(), base + ".err", in, out);
+    ASSERT_GT(pid, 0);
+    std::string text;
+    EXPECT_TRUE(waitsIdle(pid, out, text));
+    kill(pid, SIGINT);
+    const int raw = waitEnded(pid);
+    close(in);
+    close(out);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 130) << raw;
+    EXPECT_EQ(fileText(base + ".err"), "someip-json: stream: 0 lines, 0 succeeded, 0 failed; interrupted (SIGINT)\n");
+    for (const char* suffix : {".json", ".err", ".fifo"}) {
         std::remove((base + suffix).c_str());
     }
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -176,16 +177,46 @@ std::unique_ptr<cap::CaptureReader> openCapture(const std::string& path, const c
     return reader;
 }
 
-FILE* interruptibleInput(int fd)
+namespace {
+
+ssize_t readWhenReady(void* cookie, char* out, size_t size)
 {
-    const auto read = [](void* cookie, char* out, size_t size) -> ssize_t {
-        const int from = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-        return waitForInput(from) ? ::read(from, out, size) : 0;
-    };
+    const int from = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
+    return waitForInput(from) ? ::read(from, out, size) : 0;
+}
+
+FILE* waitingStream(int fd, int (*close)(void*))
+{
     FILE* in = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), "r",
-                           cookie_io_functions_t{read, nullptr, nullptr, nullptr});
+                           cookie_io_functions_t{readWhenReady, nullptr, nullptr, close});
     if (in != nullptr) {
         setvbuf(in, nullptr, _IOFBF, 1 << 16);  // one wait per large read, not per line
+    }
+    return in;
+}
+
+}  // namespace
+
+FILE* interruptibleInput(int fd) { return waitingStream(fd, nullptr); }
+
+FILE* openInterruptible(const std::string& path)
+{
+    // Without O_NONBLOCK, opening a named pipe waits for a writer, and no signal ends that wait. The flag
+    // is taken off again at once: reads wait for input in poll, or block on a regular file as ever.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat st {};
+    const int flags = fcntl(fd, F_GETFL);
+    FILE* in = nullptr;
+    if (fstat(fd, &st) == 0 && flags >= 0 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0) {
+        in = S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode)
+                 ? waitingStream(fd, [](void* cookie) { return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie))); })
+                 : fdopen(fd, "rb");
+    }
+    if (in == nullptr) {
+        ::close(fd);
     }
     return in;
 }

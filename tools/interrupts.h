@@ -56,6 +56,9 @@ std::unique_ptr<ZQSomeIP::capture::CaptureReader> openCapture(const std::string&
 // A stdio stream over `fd` whose reads wait as waitForInput() does and end the input on an interrupt.
 // Closing it leaves `fd` open.
 FILE* interruptibleInput(int fd);
+// A file by path, opened for reading: a named pipe or a terminal is read as interruptibleInput() reads,
+// and opening a named pipe does not wait for its writer. Null when it cannot be opened.
+FILE* openInterruptible(const std::string& path);
 
 } // namespace someip_json
 

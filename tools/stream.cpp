@@ -146,8 +146,9 @@ struct Summary {
 int runStream(Converter& converter, Direction direction, const std::string& input, size_t brokenFormats)
 {
     catchInterrupts();
-    // Standard input may wait for a producer as long as it likes: an interrupt still ends the wait.
-    std::FILE* const file = input == "-" ? interruptibleInput(STDIN_FILENO) : std::fopen(input.c_str(), "rb");
+    // Standard input or a named pipe may wait for a producer as long as it likes: an interrupt still ends
+    // the wait.
+    std::FILE* const file = input == "-" ? interruptibleInput(STDIN_FILENO) : openInterruptible(input);
     const auto close = [](std::FILE* f) { std::fclose(f); };
     const std::unique_ptr<std::FILE, decltype(close)> in(file, close);
     if (!in) {
