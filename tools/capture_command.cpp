@@ -241,13 +241,16 @@ private:
             timer.it_value.tv_usec = static_cast<suseconds_t>((duration_ - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
             setitimer(ITIMER_REAL, &timer, nullptr);
         }
-        return consume(*reader, interface_);
+        return consume(*reader, interface_, true);
     }
 
-    bool consume(cap::CaptureReader& reader, const std::string& name)
+    // A live capture has no end but the one its user gives it, a signal as much as --duration: what
+    // reassembly still holds then is reported (the stopped reader only yields that, so it is quick). A
+    // file or pipe a signal cuts short is left there, its held pieces are no losses.
+    bool consume(cap::CaptureReader& reader, const std::string& name, bool live = false)
     {
         cap::Message m;
-        while (!interrupted() && reader.next(m)) {
+        while ((live || !interrupted()) && reader.next(m)) {
             if (selected(m)) {
                 line(m);
                 if (limit_ != 0 && lines_ >= limit_) {
