@@ -115,8 +115,8 @@ public:
         }
         app.add_flag("--quiet", quiet_, "No progress line on standard error");
         app.footer("Exit status: 0 success, 1 a damaged capture or lines that failed to decode (unknown messages "
-                   "included), 2 bad arguments or unreadable files, 130/143 interrupted (SIGINT/SIGTERM; 141 when the reader "
-                   "of the output went away); --allow-failures turns 1 into 0; see docs/cli.md.");
+                   "included), 2 bad arguments or unreadable files, 130/143 interrupted (SIGINT/SIGTERM; 141 "
+                   "when the reader of the output went away); --allow-failures turns 1 into 0; see docs/cli.md.");
     }
 
     int run() override

@@ -113,8 +113,8 @@ public:
                              "(with its line number in a stream);\nthey do not change the exit status.\n"
                            : "") +
                    "Exit status: 0 success, 1 a failed conversion (of any message of a stream), 2 bad arguments\n"
-                   "or unreadable input, 130/143 interrupted (a stream, by SIGINT/SIGTERM; 141 when the reader of the output\n"
-                   "went away); --allow-failures turns 1 into 0; see docs/cli.md.");
+                   "or unreadable input, 130/143 interrupted (a stream, by SIGINT/SIGTERM; 141 when the reader\n"
+                   "of the output went away); --allow-failures turns 1 into 0; see docs/cli.md.");
     }
 
     int run() override

@@ -211,9 +211,8 @@ FILE* openInterruptible(const std::string& path)
     const int flags = fcntl(fd, F_GETFL);
     FILE* in = nullptr;
     if (fstat(fd, &st) == 0 && flags >= 0 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0) {
-        in = S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode)
-                 ? waitingStream(fd, [](void* cookie) { return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie))); })
-                 : fdopen(fd, "rb");
+        const auto closeFd = [](void* cookie) { return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie))); };
+        in = S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode) ? waitingStream(fd, closeFd) : fdopen(fd, "rb");
     }
     if (in == nullptr) {
         ::close(fd);

@@ -127,8 +127,8 @@ private:
         const report::Summary& s = r.summary;
         // Records are the messages and the capture's error records (a TCP hole, missing fragments), as
         // capture's lines are: what is decoded or failed adds up to them.
-        fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu records, %llu decoded, %llu failed, %zu signals "
-                        "in %.2f s; written to %s%s%s\n",
+        fprintf(stderr, "someip-json: report: %llu SOME/IP messages, %llu records, %llu decoded, %llu failed, "
+                        "%zu signals in %.2f s; written to %s%s%s\n",
                 static_cast<unsigned long long>(s.stats.messages), static_cast<unsigned long long>(s.records),
                 static_cast<unsigned long long>(s.decoded),
                 static_cast<unsigned long long>(s.records - s.decoded), r.signals.size(), elapsed, output_.c_str(),

@@ -79,10 +79,12 @@ ZQSomeIPImportResult importDescriptions(std::vector<ZQSomeIPImportSource> source
     }
     import::Report report;
     for (const auto& in : inputs) {
-        if (in->notUtf8().bytes > 0) {
+        const size_t bytes = in->notUtf8().bytes;
+        if (bytes > 0) {
             report.approximated({in->name(), in->notUtf8().line, ""},
-                                in->notUtf8().bytes == 1 ? "a byte that is not UTF-8 is read as U+FFFD"
-                                    : std::to_string(in->notUtf8().bytes) + " bytes that are not UTF-8 (the first on this line) are read as U+FFFD");
+                                bytes == 1 ? std::string("a byte that is not UTF-8 is read as U+FFFD")
+                                           : std::to_string(bytes) +
+                                                 " bytes that are not UTF-8 (the first on this line) are read as U+FFFD");
         }
     }
     import::FormatBuilder builder(report);

@@ -41,10 +41,9 @@ std::string withReplacements(std::string_view s, size_t from, size_t& count)
 // this. The offset of the first such unit, or npos.
 size_t badUtf32Unit(std::string_view s)
 {
-    bool little = false;
-    if (s.substr(0, 4) == std::string_view("\xFF\xFE\0\0", 4) || s.substr(0, 4) == std::string_view("<\0\0\0", 4)) {
-        little = true;
-    } else if (s.substr(0, 4) != std::string_view("\0\0\xFE\xFF", 4) && s.substr(0, 4) != std::string_view("\0\0\0<", 4)) {
+    const std::string_view head = s.substr(0, 4);
+    const bool little = head == std::string_view("\xFF\xFE\0\0", 4) || head == std::string_view("<\0\0\0", 4);
+    if (!little && head != std::string_view("\0\0\xFE\xFF", 4) && head != std::string_view("\0\0\0<", 4)) {
         return std::string_view::npos;
     }
     for (size_t i = 0; i + 4 <= s.size(); i += 4) {
@@ -59,6 +58,12 @@ size_t badUtf32Unit(std::string_view s)
     return std::string_view::npos;
 }
 
+// The 1-based line of a byte of `text`.
+size_t lineAt(std::string_view text, size_t offset)
+{
+    return 1 + static_cast<size_t>(std::count(text.begin(), text.begin() + std::min(offset, text.size()), '\n'));
+}
+
 }  // namespace
 
 pugi::xml_parse_result XmlInput::load(pugi::xml_encoding encoding)
@@ -67,7 +72,8 @@ pugi::xml_parse_result XmlInput::load(pugi::xml_encoding encoding)
     // In place: the DOM's strings live in the buffer, so a file costs its size plus the nodes. An
     // element's text is kept in the element (a node less for most elements of a description, a third
     // of the DOM); the readers take text through child_value(), which reads it there.
-    return doc_.load_buffer_inplace(buffer_.data(), buffer_.size(), pugi::parse_default | pugi::parse_embed_pcdata, encoding);
+    return doc_.load_buffer_inplace(buffer_.data(), buffer_.size(), pugi::parse_default | pugi::parse_embed_pcdata,
+                                    encoding);
 }
 
 std::unique_ptr<XmlInput> XmlInput::parse(std::string name, std::string text, std::string& error)
@@ -75,7 +81,8 @@ std::unique_ptr<XmlInput> XmlInput::parse(std::string name, std::string text, st
     std::unique_ptr<XmlInput> input(new XmlInput());
     input->name_ = std::move(name);
     if (const size_t bad = badUtf32Unit(text); bad != std::string_view::npos) {
-        error = input->name_ + ": not well-formed XML (the UTF-32 unit at byte " + std::to_string(bad) + " is no character)";
+        error = input->name_ + ": not well-formed XML (the UTF-32 unit at byte " + std::to_string(bad) +
+                " is no character)";
         return nullptr;
     }
     // Names and texts end up in JSON, whose writer puts U+FFFD for every byte that is not UTF-8: two names
@@ -90,16 +97,13 @@ std::unique_ptr<XmlInput> XmlInput::parse(std::string name, std::string text, st
     input->buffer_ = std::move(text);
     pugi::xml_parse_result result = input->load(pugi::encoding_auto);
     if (result && !original.empty() && result.encoding == pugi::encoding_utf8) {
-        input->notUtf8_.bytes = 0;
         input->buffer_ = withReplacements(original, firstBad, input->notUtf8_.bytes);
-        input->notUtf8_.line = 1 + static_cast<size_t>(std::count(original.begin(), original.begin() + static_cast<ptrdiff_t>(firstBad), '\n'));
+        input->notUtf8_.line = lineAt(original, firstBad);
         original = std::string();
         result = input->load(pugi::encoding_utf8);
     }
     if (!result) {
-        const size_t offset = std::min<size_t>(static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0)), input->size_);
-        const size_t line = 1 + static_cast<size_t>(std::count(input->buffer_.begin(),
-                                                               input->buffer_.begin() + static_cast<ptrdiff_t>(offset), '\n'));
+        const size_t line = lineAt(input->buffer_, static_cast<size_t>(std::max<ptrdiff_t>(result.offset, 0)));
         error = input->name_ + ":" + std::to_string(line) + ": not well-formed XML (" + result.description() + ")";
         return nullptr;
     }
